@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include "base/obs_handles.hpp"
+#include "output/output_config.hpp"
+
+#include <array>
+#include <cstddef>
+#include <mutex>
+#include <string>
+
+namespace corvane {
+
+class VerticalCanvas;
+
+// The vertical stream: one video encoder on the canvas, six AAC encoders on the host's audio
+// (one per host track) and the output that sends them.
+//
+// Public operations lock for their whole run, libobs calls included; they may be called from
+// any thread but the one that emits the output's signals. Encoders and output are made anew
+// by every start and kept after a stop until the next start or the destruction.
+class VerticalOutput {
+public:
+    static constexpr size_t kAudioTracks = 6;
+
+    // The canvas is not owned and must outlive this object.
+    VerticalOutput(VerticalCanvas *canvas, const OutputConfig &config);
+    ~VerticalOutput();
+    VerticalOutput(const VerticalOutput &) = delete;
+    VerticalOutput &operator=(const VerticalOutput &) = delete;
+
+    // False when the canvas is missing or not initialised. Creates no libobs object.
+    bool init();
+
+    // Tries the encoder candidates in their fixed order until one starts the output.
+    // True when the output runs, also when it already did.
+    bool start();
+
+    // Asks a running output to stop; returns before it has.
+    void stop();
+
+    bool is_active();
+
+    // Takes new settings for the next start; a running stream keeps its own.
+    void update_config(const OutputConfig &config);
+
+private:
+    bool active_locked() const;
+    bool start_with_fallback();
+    bool try_candidate(const char *id);
+    bool create_video_encoder(const char *id);
+    bool create_audio_encoders();
+    bool create_output();
+    void release_all();
+    void log_before_start(const char *id) const;
+
+    VerticalCanvas *const canvas_;
+
+    // Guarded by mutex_, as is everything below it.
+    std::mutex mutex_;
+    OutputConfig config_;
+    OBSEncoderAutoRelease video_encoder_;
+    std::array<OBSEncoderAutoRelease, kAudioTracks> audio_encoders_;
+    size_t audio_encoder_count_ = 0;
+    OBSOutputAutoRelease output_;
+    std::string active_encoder_;
+    bool initialised_ = false;
+};
+
+} // namespace corvane
