@@ -4,6 +4,7 @@
 #include "base/obs_handles.hpp"
 #include "canvas/canvas_config.hpp"
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -12,7 +13,23 @@
 
 namespace corvane {
 
-// Interface only; the fields and the private part are the canvas's own business.
+// One entry of the canvas's scene list: a private scene, never listed among the host's, that
+// shows one ordinary host source.
+struct VerticalScene {
+    std::string name;
+    // Kept even while the host has no source of that name; empty for none.
+    std::string source_name;
+    OBSSceneAutoRelease scene;
+    // Holds one "showing" count besides the reference.
+    OBSSourceAutoRelease source;
+};
+
+// The second canvas: a libobs view with a video output of its own and the list of vertical
+// scenes that it can show.
+//
+// Public operations lock for their whole run, libobs calls included, except where said
+// otherwise. Names are UTF-8 and compared byte for byte. Operations on scenes report failure
+// by false and one log line.
 class VerticalCanvas {
 public:
     explicit VerticalCanvas(const CanvasConfig &config);
@@ -20,27 +37,92 @@ public:
     VerticalCanvas(const VerticalCanvas &) = delete;
     VerticalCanvas &operator=(const VerticalCanvas &) = delete;
 
+    // Creates the view and the default scene "Scene 1". On false nothing is left behind.
     bool init();
+
+    // Releases everything and takes the marker off the sources; does nothing when not
+    // initialised. A new init may follow.
     void shutdown();
 
-    // Unlocked reads, for use while the runtime is alive.
-    uint32_t width() const;
-    uint32_t height() const;
-    uint32_t fps_num() const;
-    uint32_t fps_den() const;
-    video_t *video() const;
-    audio_t *audio() const;
-    bool initialised() const;
+    // Unlocked reads, for the thread that runs init, shutdown and the host's video resets.
+    // Sizes in pixels. The video output changes with every reset of the host's video.
+    uint32_t width() const { return config_.width; }
+    uint32_t height() const { return config_.height; }
+    uint32_t fps_num() const { return config_.fps_num; }
+    uint32_t fps_den() const { return config_.fps_den; }
+    video_t *video() const { return video_; }
+    audio_t *audio() const { return audio_; }
+    bool initialised() const { return initialised_; }
 
+    // The first scene created becomes the active one. False when the name is taken.
     bool create_scene(const std::string &name);
+
+    // Removing the active scene makes the first remaining one active.
     bool remove_scene(const std::string &name);
+
     bool rename_scene(const std::string &old_name, const std::string &new_name);
     bool set_active_scene(const std::string &name);
+
+    // Shows the host source in the scene, scaled once to cover the canvas. An empty source
+    // name clears the scene. When the host has no such source the old assignment is gone, the
+    // name is kept for a later attempt, the old picture stays and the result is false.
     bool assign_scene_source(const std::string &scene_name, const std::string &source_name);
-    std::vector<std::string> scene_names();
-    std::string active_scene_name();
-    std::string scene_source_name(const std::string &scene_name);
-    obs_source_t *active_source() const;
+
+    std::vector<std::string> scene_names() const;
+
+    // Empty when no scene is active.
+    std::string active_scene_name() const;
+
+    // Empty when the scene does not exist or has no source.
+    std::string scene_source_name(const std::string &scene_name) const;
+
+    // The source assigned to the active scene, or null; borrowed, takes no lock.
+    // On the graphics thread, inside the graphics context (as a display's draw callback is),
+    // the pointer stays good until the context is left: release_source() publishes the change
+    // and then passes through that context before it lets the reference go. Elsewhere it is
+    // good only as long as nobody changes the assignment.
+    obs_source_t *active_source() const { return active_source_.load(); }
+
+private:
+    static constexpr int32_t kNoScene = -1;
+
+    // Everything here but on_video_reset is called with mutex_ held.
+    static void on_video_reset(void *canvas, calldata_t *);
+    void add_view_again();
+    bool init_locked();
+    bool add_view(const obs_video_info &host);
+    void warn_if_rates_differ(const obs_video_info &host) const;
+
+    void apply_active_audio();
+    void clear_active_audio();
+
+    bool create_scene_unlocked(const std::string &name);
+    int32_t find_scene(std::string_view name) const;
+    const VerticalScene *active_scene() const;
+    void activate(int32_t index);
+    void place_source(const VerticalScene &entry, obs_source_t *source) const;
+    void release_source(VerticalScene &entry);
+    void publish_active_source();
+
+    const CanvasConfig config_;
+
+    // Guards all below but active_source_ and video_reset_.
+    mutable std::mutex mutex_;
+    obs_video_info video_info_{};
+    ViewHandle view_;
+    // Belongs to the view's place in the video pipeline.
+    video_t *video_ = nullptr;
+    // The host's.
+    audio_t *audio_ = nullptr;
+    std::vector<VerticalScene> scenes_;
+    int32_t active_index_ = kNoScene;
+    bool initialised_ = false;
+
+    // Mirrors the active entry's source for readers without the lock.
+    std::atomic<obs_source_t *> active_source_{nullptr};
+    // Connected and disconnected without mutex_: libobs holds the signal's own lock while it
+    // calls on_video_reset, which takes mutex_.
+    OBSSignal video_reset_;
 };
 
 } // namespace corvane

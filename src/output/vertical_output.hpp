@@ -24,7 +24,7 @@ public:
     static constexpr size_t kAudioTracks = 6;
 
     // The canvas is not owned and must outlive this object.
-    VerticalOutput(VerticalCanvas *canvas, const OutputConfig &config);
+    VerticalOutput(VerticalCanvas *canvas, OutputConfig config);
     ~VerticalOutput();
     VerticalOutput(const VerticalOutput &) = delete;
     VerticalOutput &operator=(const VerticalOutput &) = delete;
@@ -45,6 +45,7 @@ public:
     void update_config(const OutputConfig &config);
 
 private:
+    // All with mutex_ held.
     bool active_locked() const;
     bool start_with_fallback();
     bool try_candidate(const char *id);
@@ -52,12 +53,13 @@ private:
     bool create_audio_encoders();
     bool create_output();
     void release_all();
+    void release_audio_encoders();
     void log_before_start(const char *id) const;
+    const char *encoder_label() const;
 
     VerticalCanvas *const canvas_;
 
-    // Guarded by mutex_, as is everything below it.
-    std::mutex mutex_;
+    std::mutex mutex_; // guards everything below
     OutputConfig config_;
     OBSEncoderAutoRelease video_encoder_;
     std::array<OBSEncoderAutoRelease, kAudioTracks> audio_encoders_;

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "core/scene_list_store.hpp"
+
+#include "base/log.hpp"
+#include "canvas/vertical_canvas.hpp"
+#include "core/config_files.hpp"
+#include "core/module_state.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace corvane {
+
+namespace {
+
+constexpr const char *kSection = "Scenes";
+constexpr const char *kCount = "count";
+constexpr const char *kActiveScene = "activescene";
+// Nobody has that many scenes: a damaged count must not hold up the host's start.
+constexpr uint64_t kMostPositions = 100'000;
+
+// The keys of one position of the list, counted from 0.
+struct SceneKeys {
+    explicit SceneKeys(uint64_t position)
+        : name("scene_" + std::to_string(position) + "_name")
+        , source("scene_" + std::to_string(position) + "_source") {}
+
+    std::string name;
+    std::string source;
+};
+
+const char *read_string(const std::string &key) {
+    return config_get_string(module_state.global_config, kSection, key.c_str());
+}
+
+void write_string(const std::string &key, const std::string &value) {
+    config_set_string(module_state.global_config, kSection, key.c_str(), value.c_str());
+}
+
+bool has_text(const char *text) {
+    return text && *text;
+}
+
+// A name that exists is refused by the canvas; its source is assigned all the same.
+void restore_position(uint64_t position) {
+    const SceneKeys keys(position);
+    const char *name = read_string(keys.name);
+    const char *source = read_string(keys.source);
+    if (!has_text(name)) {
+        return;
+    }
+    module_state.canvas->create_scene(name);
+    if (has_text(source)) {
+        module_state.canvas->assign_scene_source(name, source);
+    }
+}
+
+} // namespace
+
+// Keys at and beyond the new count stay in the file; count alone bounds what is read.
+void save_scene_list() {
+    const VerticalCanvas *canvas = module_state.canvas;
+    if (!module_state.global_config || !canvas) {
+        return;
+    }
+    const std::vector<std::string> names = canvas->scene_names();
+    const std::string active = canvas->active_scene_name();
+    config_set_uint(module_state.global_config, kSection, kCount, names.size());
+    write_string(kActiveScene, active);
+    for (size_t position = 0; position < names.size(); ++position) {
+        const SceneKeys keys(position);
+        const std::string source = canvas->scene_source_name(names[position]);
+        write_string(keys.name, names[position]);
+        write_string(keys.source, source);
+    }
+    save_global_file();
+    log_info("Scene list saved (%zu scene(s))", names.size());
+}
+
+void save_scene_list_locked() {
+    const std::scoped_lock lock(module_state.runtime_mutex);
+    save_scene_list();
+}
+
+void restore_scene_list() {
+    VerticalCanvas *canvas = module_state.canvas;
+    if (!module_state.global_config || !canvas) {
+        return;
+    }
+    const uint64_t count = config_get_uint(module_state.global_config, kSection, kCount);
+    if (count == 0) {
+        log_info("No saved scenes — keeping default Scene 1");
+        return;
+    }
+    // Also when the list holds a scene of that name: it is created again in its place.
+    canvas->remove_scene("Scene 1");
+    for (uint64_t position = 0; position < std::min(count, kMostPositions); ++position) {
+        restore_position(position);
+    }
+    const char *active = read_string(kActiveScene);
+    if (has_text(active)) {
+        canvas->set_active_scene(active);
+    }
+    log_info("Restored %llu scene(s), active: %s", static_cast<unsigned long long>(count),
+        active ? active : "(none)");
+}
+
+void reapply_scene_sources() {
+    VerticalCanvas *canvas = module_state.canvas;
+    if (!canvas) {
+        return;
+    }
+    for (const std::string &name : canvas->scene_names()) {
+        const std::string source = canvas->scene_source_name(name);
+        if (!source.empty()) {
+            log_info("Re-applying source '%s' → scene '%s'", source.c_str(), name.c_str());
+            canvas->assign_scene_source(name, source);
+        }
+    }
+}
+
+} // namespace corvane

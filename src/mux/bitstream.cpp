@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "mux/bitstream.hpp"
+
+extern "C" {
+#include <libavutil/mem.h>
+}
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <vector>
+
+namespace corvane {
+
+namespace {
+
+constexpr uint8_t kNalTypeMask = 0x1F;
+constexpr uint8_t kNalIdr = 5;
+constexpr uint8_t kNalAud = 9;
+constexpr uint8_t kSpsCountMask = 0x1F;
+constexpr size_t kSpsCountAt = 5;
+constexpr size_t kSmallestAvcc = 8;
+constexpr std::array<uint8_t, 4> kStartCode = {0, 0, 0, 1};
+constexpr std::array<uint8_t, 6> kAud = {0, 0, 0, 1, 0x09, 0xF0};
+
+// Walks the NAL units of an Annex B payload.
+class NalScan {
+public:
+    explicit NalScan(Bytes payload)
+        : payload_(payload) {}
+
+    // Moves on to the next unit; false when there is none. A unit is seen only when its start
+    // code begins at least five bytes before the end.
+    bool next() {
+        for (; position_ + 5 <= payload_.size(); ++position_) {
+            if (payload_[position_] != 0 || payload_[position_ + 1] != 0) {
+                continue;
+            }
+            if (payload_[position_ + 2] == 0 && payload_[position_ + 3] == 1) {
+                return found(position_ + 4);
+            }
+            if (payload_[position_ + 2] == 1) {
+                return found(position_ + 3);
+            }
+        }
+        return false;
+    }
+
+    uint8_t type() const { return type_; }
+
+private:
+    bool found(size_t header) {
+        type_ = payload_[header] & kNalTypeMask;
+        position_ = header;
+        return true;
+    }
+
+    Bytes payload_;
+    size_t position_ = 0;
+    uint8_t type_ = 0;
+};
+
+bool has_nal(Bytes payload, uint8_t type) {
+    for (NalScan scan(payload); scan.next();) {
+        if (scan.type() == type) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Appends the `count` length-prefixed units at `position` in Annex B form. A length field cut
+// off by the end ends the list; a unit cut off by the end makes the record malformed (false).
+bool append_units(Bytes avcc, size_t &position, size_t count, std::vector<uint8_t> &headers) {
+    for (size_t i = 0; i < count && position + 2 <= avcc.size(); ++i) {
+        const size_t length = (size_t{avcc[position]} << 8) | avcc[position + 1];
+        position += 2;
+        if (length > avcc.size() - position) {
+            return false;
+        }
+        const Bytes unit = avcc.subspan(position, length);
+        headers.insert(headers.end(), kStartCode.begin(), kStartCode.end());
+        headers.insert(headers.end(), unit.begin(), unit.end());
+        position += length;
+    }
+    return true;
+}
+
+} // namespace
+
+bool is_annexb(Bytes payload) {
+    if (payload.size() >= 3 && payload[0] == 0 && payload[1] == 0 && payload[2] == 1) {
+        return true;
+    }
+    return payload.size() >= kStartCode.size() &&
+           std::equal(kStartCode.begin(), kStartCode.end(), payload.begin());
+}
+
+bool has_aud(Bytes payload) {
+    return has_nal(payload, kNalAud);
+}
+
+bool has_idr(Bytes payload) {
+    return has_nal(payload, kNalIdr);
+}
+
+std::string nal_types_string(Bytes payload, size_t limit) {
+    std::string types;
+    NalScan scan(payload);
+    for (size_t count = 0; count < limit && scan.next(); ++count) {
+        types += (count > 0 ? "," : "") + std::to_string(scan.type());
+    }
+    return "[" + types + "]";
+}
+
+bool is_avcc(Bytes extradata) {
+    return !extradata.empty() && extradata[0] == 1;
+}
+
+Block avcc_to_annexb_headers(Bytes avcc) {
+    if (avcc.size() < kSmallestAvcc || !is_avcc(avcc)) {
+        return {};
+    }
+    std::vector<uint8_t> headers;
+    size_t position = kSpsCountAt + 1;
+    if (!append_units(avcc, position, avcc[kSpsCountAt] & kSpsCountMask, headers) ||
+        position >= avcc.size()) {
+        return {};
+    }
+    const size_t pps_count = avcc[position++];
+    if (!append_units(avcc, position, pps_count, headers) || headers.empty()) {
+        return {};
+    }
+    auto *data = static_cast<uint8_t *>(av_mallocz(headers.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (!data) {
+        return {};
+    }
+    std::memcpy(data, headers.data(), headers.size());
+    return {.data = std::unique_ptr<uint8_t, FreeBlock>(data), .size = headers.size()};
+}
+
+bool prepend_to_packet(AVPacket &packet, std::initializer_list<Bytes> parts) {
+    const Bytes payload = payload_of(packet);
+    if (payload.empty()) {
+        return false;
+    }
+    size_t size = payload.size();
+    for (const Bytes part : parts) {
+        size += part.size();
+    }
+    const PacketHandle joined(av_packet_alloc());
+    if (!joined || av_new_packet(joined.get(), static_cast<int>(size)) < 0) {
+        return false;
+    }
+    uint8_t *end = joined->data;
+    for (const Bytes part : parts) {
+        end = std::ranges::copy(part, end).out;
+    }
+    std::ranges::copy(payload, end);
+    joined->pts = packet.pts;
+    joined->dts = packet.dts;
+    joined->duration = packet.duration;
+    joined->stream_index = packet.stream_index;
+    joined->flags = packet.flags;
+    joined->pos = packet.pos;
+    av_packet_unref(&packet);
+    av_packet_move_ref(&packet, joined.get());
+    return true;
+}
+
+bool prepend_aud(AVPacket &packet) {
+    return prepend_to_packet(packet, {aud_bytes()});
+}
+
+Bytes aud_bytes() {
+    return kAud;
+}
+
+} // namespace corvane

@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "mux/muxer.hpp"
+
+#include "base/log.hpp"
+#include "mux/bitstream.hpp"
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/mem.h>
+}
+
+#include <cstring>
+#include <utility>
+
+namespace corvane {
+
+namespace {
+
+constexpr AVRational kFlvTimeBase = {1, 1000};
+constexpr AVRational kMpegTsTimeBase = {1, 90000};
+constexpr int kAudioBitRate = 160000;
+constexpr int kAacFrameSize = 1024;
+constexpr int kDefaultSampleRate = 48000;
+constexpr int kChannels = 2;
+
+// All that the streams are made from, read from the host before FFmpeg is touched.
+struct StreamHeaders {
+    Bytes video;
+    std::array<Bytes, kAudioSlots> audio; // empty where the slot has no header yet
+    size_t audio_ready = 0;
+    int width = 0;
+    int height = 0;
+    int sample_rate = kDefaultSampleRate;
+    AVRational frame_rate = {30, 1};
+};
+
+OpenResult fatal(obs_output_t *output, const char *text) {
+    obs_output_set_last_error(output, text);
+    return OpenResult::kFatal;
+}
+
+Bytes encoder_header(obs_encoder_t *encoder) {
+    uint8_t *data = nullptr;
+    size_t size = 0;
+    if (!obs_encoder_get_extra_data(encoder, &data, &size) || !data) {
+        return {};
+    }
+    return {data, size};
+}
+
+void read_audio_headers(obs_output_t *output, StreamHeaders &headers) {
+    for (size_t slot = 0; slot < kAudioSlots; ++slot) {
+        obs_encoder_t *encoder = obs_output_get_audio_encoder(output, slot);
+        if (!encoder) {
+            continue;
+        }
+        headers.audio[slot] = encoder_header(encoder);
+        if (headers.audio[slot].empty()) {
+            log_warning("track %zu extradata not ready, skipping", slot);
+        } else {
+            ++headers.audio_ready;
+        }
+    }
+}
+
+OpenResult read_headers(obs_output_t *output, FrameRate rate, StreamHeaders &headers) {
+    obs_encoder_t *video_encoder = obs_output_get_video_encoder(output);
+    if (!video_encoder) {
+        return fatal(output, "No video encoder attached");
+    }
+    headers.video = encoder_header(video_encoder);
+    if (headers.video.empty()) {
+        return OpenResult::kNotReady;
+    }
+    // Without any audio header there is no stream; an output with no audio encoder never opens.
+    read_audio_headers(output, headers);
+    if (headers.audio_ready == 0) {
+        return OpenResult::kNotReady;
+    }
+    const video_t *video = obs_output_video(output);
+    if (!video) {
+        return fatal(output, "No video output attached");
+    }
+    headers.width = static_cast<int>(video_output_get_width(video));
+    headers.height = static_cast<int>(video_output_get_height(video));
+    if (headers.width == 0 || headers.height == 0) {
+        return fatal(output, "Invalid video dimensions");
+    }
+    obs_audio_info audio_info = {};
+    if (obs_get_audio_info(&audio_info)) {
+        headers.sample_rate = static_cast<int>(audio_info.samples_per_sec);
+    }
+    headers.frame_rate = {.num = static_cast<int>(rate.num ? rate.num : 30),
+        .den = static_cast<int>(rate.den ? rate.den : 1)};
+    return OpenResult::kOpened;
+}
+
+bool copy_extradata(AVCodecParameters &parameters, Bytes header) {
+    parameters.extradata =
+        static_cast<uint8_t *>(av_mallocz(header.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (!parameters.extradata) {
+        return false;
+    }
+    std::memcpy(parameters.extradata, header.data(), header.size());
+    parameters.extradata_size = static_cast<int>(header.size());
+    return true;
+}
+
+OpenResult add_video_stream(obs_output_t *output, const StreamHeaders &headers, Muxer &muxer) {
+    AVStream *stream = avformat_new_stream(muxer.context.get(), nullptr);
+    if (!stream) {
+        return fatal(output, "avformat_new_stream(video) failed");
+    }
+    stream->time_base = muxer.is_srt ? kMpegTsTimeBase : kFlvTimeBase;
+    stream->avg_frame_rate = headers.frame_rate;
+    stream->r_frame_rate = headers.frame_rate;
+    stream->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+    stream->codecpar->codec_id = AV_CODEC_ID_H264;
+    stream->codecpar->width = headers.width;
+    stream->codecpar->height = headers.height;
+    stream->codecpar->format = AV_PIX_FMT_YUV420P;
+    if (!copy_extradata(*stream->codecpar, headers.video)) {
+        return fatal(output, "av_mallocz(video extradata) failed");
+    }
+    muxer.video = stream;
+    return OpenResult::kOpened;
+}
+
+OpenResult add_audio_stream(
+    obs_output_t *output, size_t slot, const StreamHeaders &headers, Muxer &muxer) {
+    AVStream *stream = avformat_new_stream(muxer.context.get(), nullptr);
+    if (!stream) {
+        return fatal(output, "avformat_new_stream(audio) failed");
+    }
+    stream->time_base = muxer.is_srt ? kMpegTsTimeBase : kFlvTimeBase;
+    stream->codecpar->codec_type = AVMEDIA_TYPE_AUDIO;
+    stream->codecpar->codec_id = AV_CODEC_ID_AAC;
+    stream->codecpar->sample_rate = headers.sample_rate;
+    stream->codecpar->bit_rate = kAudioBitRate;
+    stream->codecpar->frame_size = kAacFrameSize;
+    av_channel_layout_default(&stream->codecpar->ch_layout, kChannels);
+    if (!copy_extradata(*stream->codecpar, headers.audio[slot])) {
+        return fatal(output, "av_mallocz(audio extradata) failed");
+    }
+    muxer.audio[slot] = stream;
+    muxer.first_audio = muxer.first_audio ? muxer.first_audio : stream;
+    ++muxer.audio_count;
+    return OpenResult::kOpened;
+}
+
+OpenResult add_annexb_filter(obs_output_t *output, Muxer &muxer) {
+    const AVBitStreamFilter *kind = av_bsf_get_by_name("h264_mp4toannexb");
+    if (!kind) {
+        return fatal(output, "h264_mp4toannexb filter not available");
+    }
+    AVBSFContext *filter = nullptr;
+    if (av_bsf_alloc(kind, &filter) < 0 || !filter) {
+        return fatal(output, "av_bsf_alloc(h264_mp4toannexb) failed");
+    }
+    muxer.filter.reset(filter);
+    if (avcodec_parameters_copy(filter->par_in, muxer.video->codecpar) < 0) {
+        return fatal(output, "avcodec_parameters_copy(bsf) failed");
+    }
+    filter->time_base_in = muxer.video->time_base;
+    if (av_bsf_init(filter) < 0) {
+        return fatal(output, "av_bsf_init(h264_mp4toannexb) failed");
+    }
+    return OpenResult::kOpened;
+}
+
+OpenResult add_streams(obs_output_t *output, const StreamHeaders &headers, Muxer &muxer) {
+    OpenResult result = add_video_stream(output, headers, muxer);
+    for (size_t slot = 0; slot < kAudioSlots && result == OpenResult::kOpened; ++slot) {
+        if (!headers.audio[slot].empty()) {
+            result = add_audio_stream(output, slot, headers, muxer);
+        }
+    }
+    return result;
+}
+
+} // namespace
+
+OpenResult build_muxer(obs_output_t *output, const StreamUrl &url, FrameRate rate, Muxer &muxer) {
+    StreamHeaders headers;
+    OpenResult result = read_headers(output, rate, headers);
+    if (result != OpenResult::kOpened) {
+        return result;
+    }
+    Muxer built;
+    built.is_srt = url.is_srt();
+    AVFormatContext *context = nullptr;
+    const char *format = built.is_srt ? "mpegts" : "flv";
+    if (avformat_alloc_output_context2(&context, nullptr, format, url.url.c_str()) < 0 ||
+        !context) {
+        return fatal(output, "avformat_alloc_output_context2 failed");
+    }
+    built.context.reset(context);
+    context->flags |= AVFMT_FLAG_FLUSH_PACKETS;
+    context->max_interleave_delta = 0;
+    context->max_delay = 0;
+
+    result = add_streams(output, headers, built);
+    if (result == OpenResult::kOpened && built.is_srt) {
+        result = add_annexb_filter(output, built);
+    }
+    if (result == OpenResult::kOpened) {
+        muxer = std::move(built);
+    }
+    return result;
+}
+
+} // namespace corvane

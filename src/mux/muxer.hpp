@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The FFmpeg side of a stream: container context, streams and bitstream filter. Knows nothing
+// of connections, threads or reconnecting.
+#pragma once
+
+#include "mux/av_handles.hpp"
+#include "mux/stream_url.hpp"
+
+#include <obs.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace corvane {
+
+inline constexpr size_t kAudioSlots = 6;
+
+struct FrameRate {
+    uint32_t num = 30;
+    uint32_t den = 1;
+};
+
+enum class OpenResult {
+    kOpened = 0,
+    kNotReady = 1, // codec headers are missing, try again with a later packet
+    kFatal = 2,    // the output's last error tells why
+};
+
+struct Muxer {
+    FormatContextHandle context;
+    BitstreamFilterHandle filter; // MPEG-TS only: "h264_mp4toannexb"
+    AVStream *video = nullptr;
+    std::array<AVStream *, kAudioSlots> audio = {}; // null where the slot has no stream
+    AVStream *first_audio = nullptr;
+    size_t audio_count = 0;
+    bool is_srt = false;
+
+    bool is_open() const { return context != nullptr; }
+};
+
+// Builds context, streams and filter from the headers of the output's encoders. Fills `muxer`
+// only with kOpened; sets the output's last error with kFatal.
+OpenResult build_muxer(obs_output_t *output, const StreamUrl &url, FrameRate rate, Muxer &muxer);
+
+} // namespace corvane

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The output type as libobs sees it: a record of forwards into MuxOutput.
+#include "mux/output_type.hpp"
+
+#include "base/log.hpp"
+#include "mux/mux_output.hpp"
+
+namespace corvane {
+
+namespace {
+
+MuxOutput *self(void *data) {
+    return static_cast<MuxOutput *>(data);
+}
+
+const char *cv_mux_get_name(void *) {
+    return "Vertical RTMP Mux (multitrack v2)";
+}
+
+void *cv_mux_create(obs_data_t *settings, obs_output_t *output) {
+    return new MuxOutput(settings, output);
+}
+
+void cv_mux_destroy(void *data) {
+    delete self(data);
+}
+
+bool cv_mux_start(void *data) {
+    log_info("cv_mux_start called");
+    return data && self(data)->start();
+}
+
+void cv_mux_stop(void *data, uint64_t) {
+    if (data) {
+        self(data)->stop();
+    }
+}
+
+void cv_mux_encoded_packet(void *data, encoder_packet *packet) {
+    if (data) {
+        self(data)->encoded_packet(packet);
+    }
+}
+
+void cv_mux_update(void *data, obs_data_t *settings) {
+    if (data) {
+        self(data)->update(settings);
+    }
+}
+
+void cv_mux_defaults(obs_data_t *settings) {
+    obs_data_set_default_string(settings, "server", "");
+    obs_data_set_default_string(settings, "key", "");
+}
+
+obs_properties_t *cv_mux_properties(void *) {
+    obs_properties_t *properties = obs_properties_create();
+    obs_properties_add_text(properties, "server", "RTMP Server", OBS_TEXT_DEFAULT);
+    obs_properties_add_text(properties, "key", "Stream Key", OBS_TEXT_PASSWORD);
+    return properties;
+}
+
+} // namespace
+
+void register_mux_output_type() {
+    obs_output_info info = {};
+    info.id = kMuxOutputId;
+    info.flags = OBS_OUTPUT_VIDEO | OBS_OUTPUT_AUDIO | OBS_OUTPUT_ENCODED | OBS_OUTPUT_MULTI_TRACK;
+    info.get_name = cv_mux_get_name;
+    info.create = cv_mux_create;
+    info.destroy = cv_mux_destroy;
+    info.start = cv_mux_start;
+    info.stop = cv_mux_stop;
+    info.encoded_packet = cv_mux_encoded_packet;
+    info.update = cv_mux_update;
+    info.get_defaults = cv_mux_defaults;
+    info.get_properties = cv_mux_properties;
+    obs_register_output_s(&info, sizeof(info));
+}
+
+} // namespace corvane

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include "mux/encoded_packet.hpp"
+#include "mux/muxer.hpp"
+#include "mux/packet_queue.hpp"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace corvane {
+
+// Turns the host's encoded packets into packets of the open stream and puts them into the write
+// queue: time base, duration, rebased and growing timestamps; for MPEG-TS also Annex B form with
+// parameter sets and access unit delimiters. Nothing enters before the first keyframe.
+//
+// Has no lock of its own: everything runs under the lock of the output that owns it.
+class PacketPath {
+public:
+    // The queue must outlive this object.
+    explicit PacketPath(PacketQueue &queue)
+        : queue_(queue) {}
+
+    // The muxer was opened: timestamps and gates start anew, nothing of an earlier stream stays.
+    void begin_stream(const Muxer &muxer);
+
+    // Each drops the packet silently while the muxer is closed. The result is null, or the text
+    // of a failure after which the stream cannot go on (no memory, conversion failed).
+    [[nodiscard]] const char *process_video_packet(
+        const Muxer &muxer, const EncodedPacket &encoded);
+    [[nodiscard]] const char *process_audio_packet(
+        const Muxer &muxer, size_t slot, const EncodedPacket &encoded);
+
+    // Whether a video keyframe has passed, so that audio may follow.
+    bool audio_allowed() const { return stream_.audio_allowed; }
+
+private:
+    struct AudioSlot {
+        int64_t first_pts = AV_NOPTS_VALUE;
+        int64_t first_dts = AV_NOPTS_VALUE;
+        int64_t last_dts = AV_NOPTS_VALUE;
+    };
+
+    [[nodiscard]] const char *process_annexb(
+        const Muxer &muxer, const EncodedPacket &encoded, AVPacket &packet);
+    [[nodiscard]] const char *process_filtered(
+        const Muxer &muxer, const EncodedPacket &encoded, PacketHandle packet);
+    [[nodiscard]] const char *finish_filtered(
+        const Muxer &muxer, const EncodedPacket &encoded, AVPacket &packet, int &enqueued);
+    void fill_missing_timestamps(AVPacket &packet) const;
+    void record_video_base(const AVPacket &packet);
+    void rebase_video(AVPacket &packet) const;
+
+    // The gate and the queue: 0 queued; AVERROR(EAGAIN) dropped by the gate or because the writer
+    // does not run; AVERROR(ENOMEM). The caller keeps its packet, the queue gets a clone.
+    int enqueue_packet(const Muxer &muxer, const AVPacket &packet, bool is_video);
+    int pass_video_gate(const Muxer &muxer, const AVPacket &packet);
+    void start_stream_at(const AVPacket &packet, bool aud, bool idr);
+
+    // What belongs to one opening of the muxer.
+    struct Stream {
+        int64_t last_video_dts = AV_NOPTS_VALUE;
+        int64_t base_video_pts = AV_NOPTS_VALUE; // of the first video keyframe
+        int64_t base_video_dts = AV_NOPTS_VALUE;
+        std::array<AudioSlot, kAudioSlots> audio;
+        bool keyframe_seen = false;
+        bool video_started = false;
+        bool audio_allowed = false;
+        bool clean_start_armed = false; // MPEG-TS: the access unit that opens the stream passed
+    };
+
+    PacketQueue &queue_;
+    Stream stream_;
+};
+
+} // namespace corvane

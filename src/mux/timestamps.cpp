@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "mux/timestamps.hpp"
+
+extern "C" {
+#include <libavutil/mathematics.h>
+}
+
+namespace corvane {
+
+int64_t rescale_timestamp(int64_t timestamp, AVRational from, AVRational to) {
+    if (timestamp == AV_NOPTS_VALUE) {
+        return timestamp;
+    }
+    // FFmpeg wants both flags in one value. NOLINTNEXTLINE(*EnumCastOutOfRange)
+    constexpr auto kRounding = static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX);
+    return av_rescale_q_rnd(timestamp, from, to, kRounding);
+}
+
+int64_t frame_duration(uint32_t fps_num, uint32_t fps_den, AVRational time_base) {
+    const AVRational frame = {.num = static_cast<int>(fps_den ? fps_den : 1),
+        .den = static_cast<int>(fps_num ? fps_num : 30)};
+    const int64_t duration = av_rescale_q(1, frame, time_base);
+    return duration < 1 ? kFallbackFrameDuration : duration;
+}
+
+void fix_monotonic_ts(int64_t &pts, int64_t &dts, int64_t &last_dts) {
+    if (dts == AV_NOPTS_VALUE) {
+        return;
+    }
+    if (last_dts != AV_NOPTS_VALUE && dts <= last_dts) {
+        dts = last_dts + 1;
+    }
+    if (pts != AV_NOPTS_VALUE && pts < dts) {
+        pts = dts;
+    }
+    last_dts = dts;
+}
+
+void rebase_timestamp(int64_t &timestamp, int64_t base) {
+    if (timestamp != AV_NOPTS_VALUE && base != AV_NOPTS_VALUE) {
+        timestamp -= base;
+    }
+}
+
+} // namespace corvane

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+extern "C" {
+#include <libavutil/avutil.h>
+#include <libavutil/rational.h>
+}
+
+#include <cstdint>
+
+namespace corvane {
+
+// Length of a video frame when the frame rate gives none: 1/30 s in ticks of 1/90000 s.
+inline constexpr int64_t kFallbackFrameDuration = 3000;
+
+// A timestamp moved between time bases, rounded to the nearest tick; a missing one stays missing.
+int64_t rescale_timestamp(int64_t timestamp, AVRational from, AVRational to);
+
+// One frame in ticks of `time_base`, at least one tick. Zero fields of the rate count as 30 / 1.
+int64_t frame_duration(uint32_t fps_num, uint32_t fps_den, AVRational time_base);
+
+// Keeps dts strictly growing against `last_dts` (updated) and pts at or after dts.
+// A missing dts changes nothing.
+void fix_monotonic_ts(int64_t &pts, int64_t &dts, int64_t &last_dts);
+
+// Subtracts the base where both are set.
+void rebase_timestamp(int64_t &timestamp, int64_t base);
+
+} // namespace corvane

@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The public controls of the vertical stream.
+#include "output/vertical_output.hpp"
+
+#include "base/log.hpp"
+#include "canvas/vertical_canvas.hpp"
+#include "output/encoder_candidates.hpp"
+
+#include <utility>
+
+namespace corvane {
+
+VerticalOutput::VerticalOutput(VerticalCanvas *canvas, OutputConfig config)
+    : canvas_(canvas)
+    , config_(std::move(config)) {}
+
+VerticalOutput::~VerticalOutput() {
+    const std::scoped_lock lock(mutex_);
+    if (initialised_) {
+        release_all();
+        initialised_ = false;
+        log_info("VerticalOutput destroyed");
+    }
+}
+
+bool VerticalOutput::init() {
+    const std::scoped_lock lock(mutex_);
+    if (initialised_) {
+        log_warning("VerticalOutput already initialised");
+        return true;
+    }
+    if (!canvas_ || !canvas_->initialised()) {
+        log_error("VerticalOutput::init — canvas not ready");
+        return false;
+    }
+    initialised_ = true;
+    log_info("VerticalOutput initialised (runtime encoder fallback enabled)");
+    return true;
+}
+
+bool VerticalOutput::start() {
+    const std::scoped_lock lock(mutex_);
+    if (!initialised_) {
+        log_error("VerticalOutput::start — not initialised");
+        return false;
+    }
+    if (active_locked()) {
+        log_warning("VerticalOutput::start — already active (%s)", encoder_label());
+        return true;
+    }
+    if (config_.url.empty()) {
+        log_error("Vertical output start failed: RTMP URL is empty. Configure it in Tools → "
+                  "Corvane Vertical Streaming Settings.");
+        return false;
+    }
+    return start_with_fallback();
+}
+
+bool VerticalOutput::start_with_fallback() {
+    for (const char *id : encoder_candidates(config_.preferred_encoder)) {
+        // Every attempt starts from nothing; the first also drops what a stopped stream left.
+        release_all();
+        log_info("Trying vertical output encoder: %s", id);
+        if (try_candidate(id)) {
+            return true;
+        }
+    }
+    log_error("No encoder could start successfully");
+    return false;
+}
+
+bool VerticalOutput::try_candidate(const char *id) {
+    if (!create_video_encoder(id)) {
+        return false;
+    }
+    if (!create_audio_encoders() || !create_output()) {
+        release_all();
+        return false;
+    }
+    log_before_start(id);
+    if (!obs_output_start(output_)) {
+        const char *reason = obs_output_get_last_error(output_);
+        log_warning("Encoder %s failed to start output: %s", id, reason ? reason : "unknown");
+        release_all();
+        return false;
+    }
+    active_encoder_ = id;
+    log_info("Vertical output started with encoder: %s", id);
+    return true;
+}
+
+void VerticalOutput::log_before_start(const char *id) const {
+    const video_t *video = canvas_->video();
+    log_info("pre-start: encoder=%s video_t=%p audio_t=%p video_enc=%p audio_enc0=%p "
+             "audio_tracks=%zu output=%p",
+        id, static_cast<const void *>(video), static_cast<void *>(canvas_->audio()),
+        static_cast<void *>(video_encoder_.Get()), static_cast<void *>(audio_encoders_[0].Get()),
+        audio_encoder_count_, static_cast<void *>(output_.Get()));
+    if (video) {
+        log_info("video_output: width=%u height=%u", video_output_get_width(video),
+            video_output_get_height(video));
+    }
+    log_info("Vertical output starting: %s", config_.url.c_str());
+}
+
+void VerticalOutput::stop() {
+    const std::scoped_lock lock(mutex_);
+    if (!active_locked()) {
+        log_info("VerticalOutput::stop — not active, nothing to do");
+        return;
+    }
+    obs_output_stop(output_);
+    log_info("Vertical output stop requested (%s)", encoder_label());
+}
+
+bool VerticalOutput::is_active() {
+    const std::scoped_lock lock(mutex_);
+    return active_locked();
+}
+
+void VerticalOutput::update_config(const OutputConfig &config) {
+    const std::scoped_lock lock(mutex_);
+    config_ = config;
+    log_info("VerticalOutput config updated (url: %s, preferred_encoder: %s)", config_.url.c_str(),
+        config_.preferred_encoder.c_str());
+}
+
+bool VerticalOutput::active_locked() const {
+    return output_ && obs_output_active(output_);
+}
+
+const char *VerticalOutput::encoder_label() const {
+    return active_encoder_.empty() ? "unknown" : active_encoder_.c_str();
+}
+
+} // namespace corvane

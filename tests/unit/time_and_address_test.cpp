@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "canvas/cover_placement.hpp"
+#include "mux/packet_queue.hpp"
+#include "mux/retry_delay.hpp"
+#include "mux/stream_url.hpp"
+#include "mux/timestamps.hpp"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+using namespace corvane;
+
+namespace {
+
+constexpr int64_t kNone = AV_NOPTS_VALUE;
+
+} // namespace
+
+TEST(Timestamps, grow_strictly_and_pts_never_precedes_dts) {
+    struct Case {
+        const char *fault;
+        int64_t pts, dts, last, fixed_pts, fixed_dts, fixed_last;
+    };
+    for (const Case &c : {Case{"changes a first packet", 10, 8, kNone, 10, 8, 8},
+             Case{"lets an equal dts pass", 5, 5, 5, 6, 6, 6},
+             Case{"lets dts run back", 3, 2, 9, 10, 10, 10},
+             Case{"leaves pts before dts", 1, 20, 9, 20, 20, 20},
+             Case{"invents a pts", kNone, 4, 4, kNone, 5, 5},
+             Case{"touches a packet without dts", 3, kNone, 9, 3, kNone, 9}}) {
+        int64_t pts = c.pts;
+        int64_t dts = c.dts;
+        int64_t last = c.last;
+        fix_monotonic_ts(pts, dts, last);
+        EXPECT_EQ(pts, c.fixed_pts) << c.fault;
+        EXPECT_EQ(dts, c.fixed_dts) << c.fault;
+        EXPECT_EQ(last, c.fixed_last) << c.fault;
+    }
+}
+
+TEST(Timestamps, are_rescaled_to_the_nearest_tick) {
+    EXPECT_EQ(rescale_timestamp(1, {1, 30}, {1, 1000}), 33);
+    EXPECT_EQ(rescale_timestamp(1, {1, 2000}, {1, 1000}), 1) << "halves round away from zero";
+    EXPECT_EQ(rescale_timestamp(-1, {1, 2000}, {1, 1000}), -1);
+    EXPECT_EQ(rescale_timestamp(kNone, {1, 30}, {1, 1000}), kNone) << "a missing one stays missing";
+    EXPECT_EQ(frame_duration(30000, 1001, {1, 90000}), 3003);
+    EXPECT_EQ(frame_duration(0, 0, {1, 1000}), 33) << "zero fields count as 30/1";
+    EXPECT_EQ(frame_duration(240000, 1, {1, 90000}), kFallbackFrameDuration);
+}
+
+TEST(StreamUrl, is_built_from_server_and_key) {
+    struct Case {
+        const char *server, *key, *url, *tc_url;
+    };
+    for (const Case &c : {Case{"rtmp://h/app///", "abc", "rtmp://h/app/abc", "rtmp://h/app"},
+             Case{" \trtmp://h/app\r\n", "\n abc ", "rtmp://h/app/abc", "rtmp://h/app"},
+             Case{"rtmp://h/app", " ", "", ""}, Case{"  ", "abc", "", ""},
+             Case{"srt://h:9?mode=caller", "", "srt://h:9?mode=caller", ""},
+             Case{" SrT://h:9/ ", "abc", "SrT://h:9/", ""},
+             Case{"srt:/h", "abc", "srt:/h/abc", "srt:/h"}}) {
+        const StreamUrl built = build_stream_url(c.server, c.key);
+        EXPECT_EQ(built.url, c.url) << c.server;
+        EXPECT_EQ(built.tc_url, c.tc_url) << c.server;
+    }
+    EXPECT_TRUE(is_srt_url("SRT://"));
+    EXPECT_FALSE(is_srt_url("srt:/"));
+}
+
+TEST(CoverPlacement, fills_the_canvas_and_centres_the_source) {
+    struct Case {
+        uint32_t canvas_width, canvas_height, width, height;
+        float scale, x, y;
+    };
+    for (const Case &c : {Case{1080, 1920, 1920, 1080, 1.77778F, -1166.66667F, 0.0F},
+             Case{1080, 1920, 1080, 1920, 1.0F, 0.0F, 0.0F},
+             Case{1080, 1920, 400, 1600, 2.7F, 0.0F, -1200.0F},
+             Case{1080, 1920, 0, 1080, 1.0F, 540.0F, 420.0F}}) {
+        const CoverPlacement placed =
+            cover_placement(c.canvas_width, c.canvas_height, c.width, c.height);
+        EXPECT_NEAR(placed.scale, c.scale, 1e-4) << c.width << "x" << c.height;
+        EXPECT_NEAR(placed.x, c.x, 1e-2) << c.width << "x" << c.height;
+        EXPECT_NEAR(placed.y, c.y, 1e-2) << c.width << "x" << c.height;
+    }
+}
+
+TEST(RetryDelay, grows_by_a_second_up_to_five) {
+    for (const uint32_t failures : {1U, 2U, 4U, 5U, 6U, 1000U}) {
+        EXPECT_EQ(retry_delay_ns(failures), std::min(failures, 5U) * 1'000'000'000ULL);
+    }
+}
+
+TEST(PacketQueue, keeps_order_and_a_stop_frees_the_rest_and_wakes_the_reader) {
+    PacketQueue queue;
+    EXPECT_FALSE(queue.push(PacketHandle(av_packet_alloc()))) << "took a packet before the start";
+    queue.start();
+    for (int index = 0; index < 3; ++index) {
+        PacketHandle packet(av_packet_alloc());
+        packet->stream_index = index;
+        ASSERT_TRUE(queue.push(std::move(packet)));
+    }
+    EXPECT_EQ(queue.wait_pop()->stream_index, 0);
+    EXPECT_EQ(queue.wait_pop()->stream_index, 1);
+    queue.stop();
+    EXPECT_EQ(queue.wait_pop(), nullptr) << "gave out a packet after the stop";
+
+    queue.start();
+    std::thread reader([&queue] { EXPECT_EQ(queue.wait_pop(), nullptr); });
+    queue.stop();
+    reader.join();
+}
