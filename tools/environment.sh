@@ -46,6 +46,7 @@ install_bootstrap_tools() {
   local missing=()
   command -v mmdebstrap >/dev/null || missing+=(mmdebstrap)
   command -v bwrap >/dev/null || missing+=(bubblewrap)
+  [ "$(id -u)" = 0 ] || command -v newuidmap >/dev/null || missing+=(uidmap)
   [ ${#missing[@]} -eq 0 ] && return
   command -v apt-get >/dev/null ||
     die "this machine has neither OBS >= 32 with FFmpeg >= 8 nor apt to make an environment with"
@@ -120,7 +121,7 @@ allow_window() {
 }
 
 namespaces_work() {
-  bwrap --bind "$root" / --dev /dev --proc /proc --unshare-net --unshare-pid true 2>/dev/null
+  bwrap --ro-bind / / --dev /dev --proc /proc --unshare-net --unshare-pid true 2>/dev/null
 }
 
 # Runs a command in the environment, in the current directory, and returns its status.
@@ -142,14 +143,30 @@ enter() {
   esac
 }
 
-enter_bwrap() {
-  local binds=() variables=() path
-  for path in "${inner_environment[@]}"; do variables+=(--setenv "${path%%=*}" "${path#*=}"); done
-  for path in "$project_dir" "$cache_dir/ccache" "$PWD" "${extra_binds[@]}"; do
-    [ "$root" = / ] || mkdir -p "$root$path"
-    binds+=(--bind "$path" "$path")
+# The environment's system folders, read-only, under a root that lives in memory: nothing that
+# runs in it can change it, and any path can be bound into it.
+system_binds() {
+  if [ "$root" = / ]; then
+    echo --bind / /
+    return
+  fi
+  local entry name
+  for entry in "$root"/*; do
+    name=/${entry##*/}
+    if [ -L "$entry" ]; then
+      echo --symlink "$(readlink "$entry")" "$name"
+    else
+      case $name in /etc | /usr | /var) echo --ro-bind "$entry" "$name" ;; esac
+    fi
   done
-  bwrap --bind "$root" / --dev /dev --proc /proc --tmpfs /dev/shm --tmpfs /tmp --tmpfs /run --dir /tmp/home \
+}
+
+enter_bwrap() {
+  local system binds=() variables=() item
+  mapfile -t system < <(system_binds | tr ' ' '\n')
+  for item in "${inner_environment[@]}"; do variables+=(--setenv "${item%%=*}" "${item#*=}"); done
+  for item in "$project_dir" "$cache_dir/ccache" "$PWD" "${extra_binds[@]}"; do binds+=(--bind "$item" "$item"); done
+  bwrap "${system[@]}" --dev /dev --proc /proc --tmpfs /dev/shm --tmpfs /tmp --tmpfs /run --dir /tmp/home \
     "${binds[@]}" "${window_binds[@]}" --chdir "$PWD" \
     --unshare-net --unshare-pid --unshare-ipc --die-with-parent --clearenv \
     "${variables[@]}" "$@"

@@ -21,8 +21,8 @@ MODULE_EXPORT void obs_module_set_pointer(obs_module_t *module) {
     module_state.module = module;
 }
 
-// The oldest libobs whose interface the module uses. The host refuses a module built for a
-// newer version than itself, so this stays below what the headers say.
+// Fixed instead of taken from the headers: the host refuses a module built for a newer version
+// than its own, and every 32.x has all that is used here.
 MODULE_EXPORT uint32_t obs_module_ver() {
     return MAKE_SEMANTIC_VERSION(32, 0, 4);
 }

@@ -23,8 +23,8 @@ struct CanvasFormat {
 // What the module has one of. The pointers own what they point to, but by hand: unloading
 // gives everything back, and a static destructor would run after libobs is gone.
 struct ModuleState {
-    // Guards the runtime and the two config files. Recursive, since saving the settings or the
-    // scene list takes it again inside an event. Taken before the canvas's and the output's locks.
+    // Guards the runtime and the two config files; taken before the canvas's and the output's
+    // locks. Recursive, so that what runs under it may save the settings or the scene list.
     std::recursive_mutex runtime_mutex;
 
     // The runtime of the current profile: both set or both null.

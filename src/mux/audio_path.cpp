@@ -3,14 +3,9 @@
 #include "mux/packet_path.hpp"
 #include "mux/timestamps.hpp"
 
-#include <algorithm>
-
 namespace corvane {
 
 namespace {
-
-constexpr int kSamplesPerPacket = 1024;
-constexpr int kFallbackSampleRate = 48000;
 
 void record_first(int64_t timestamp, int64_t &first) {
     if (first == AV_NOPTS_VALUE) {
@@ -30,10 +25,9 @@ const char *PacketPath::process_audio_packet(
     if (!packet) {
         return "av_packet_alloc(audio) failed";
     }
-    if (av_new_packet(packet.get(), static_cast<int>(encoded.payload.size())) < 0) {
+    if (!copy_payload(*packet, encoded.payload)) {
         return "av_new_packet(audio) failed";
     }
-    std::ranges::copy(encoded.payload, packet->data);
 
     const AVStream &stream = *muxer.audio[slot];
     packet->stream_index = stream.index;
@@ -42,7 +36,7 @@ const char *PacketPath::process_audio_packet(
     if (muxer.is_srt) {
         const int rate = stream.codecpar->sample_rate;
         packet->duration = av_rescale_q(
-            kSamplesPerPacket, {1, rate > 0 ? rate : kFallbackSampleRate}, stream.time_base);
+            kSamplesPerAacPacket, {1, rate > 0 ? rate : kFallbackSampleRate}, stream.time_base);
     }
 
     AudioSlot &state = stream_.audio[slot];

@@ -8,6 +8,7 @@ extern "C" {
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace corvane {
@@ -20,8 +21,20 @@ constexpr uint8_t kNalAud = 9;
 constexpr uint8_t kSpsCountMask = 0x1F;
 constexpr size_t kSpsCountAt = 5;
 constexpr size_t kSmallestAvcc = 8;
+constexpr uint8_t kAvccVersion = 1;
 constexpr std::array<uint8_t, 4> kStartCode = {0, 0, 0, 1};
+constexpr std::array<uint8_t, 3> kShortStartCode = {0, 0, 1};
 constexpr std::array<uint8_t, 6> kAud = {0, 0, 0, 1, 0x09, 0xF0};
+
+bool starts_with(Bytes payload, Bytes prefix) {
+    return payload.size() >= prefix.size() &&
+           std::ranges::equal(payload.first(prefix.size()), prefix);
+}
+
+// av_new_packet takes an int.
+bool new_packet(AVPacket &packet, size_t size) {
+    return std::in_range<int>(size) && av_new_packet(&packet, static_cast<int>(size)) == 0;
+}
 
 // Walks the NAL units of an Annex B payload.
 class NalScan {
@@ -89,11 +102,7 @@ bool append_units(Bytes avcc, size_t &position, size_t count, std::vector<uint8_
 } // namespace
 
 bool is_annexb(Bytes payload) {
-    if (payload.size() >= 3 && payload[0] == 0 && payload[1] == 0 && payload[2] == 1) {
-        return true;
-    }
-    return payload.size() >= kStartCode.size() &&
-           std::equal(kStartCode.begin(), kStartCode.end(), payload.begin());
+    return starts_with(payload, kShortStartCode) || starts_with(payload, kStartCode);
 }
 
 bool has_aud(Bytes payload) {
@@ -118,7 +127,7 @@ bool is_avcc(Bytes extradata) {
 }
 
 Block avcc_to_annexb_headers(Bytes avcc) {
-    if (avcc.size() < kSmallestAvcc || !is_avcc(avcc)) {
+    if (avcc.size() < kSmallestAvcc || avcc[0] != kAvccVersion) {
         return {};
     }
     std::vector<uint8_t> headers;
@@ -139,6 +148,14 @@ Block avcc_to_annexb_headers(Bytes avcc) {
     return {.data = std::unique_ptr<uint8_t, FreeBlock>(data), .size = headers.size()};
 }
 
+bool copy_payload(AVPacket &packet, Bytes payload) {
+    if (!new_packet(packet, payload.size())) {
+        return false;
+    }
+    std::ranges::copy(payload, packet.data);
+    return true;
+}
+
 bool prepend_to_packet(AVPacket &packet, std::initializer_list<Bytes> parts) {
     const Bytes payload = payload_of(packet);
     if (payload.empty()) {
@@ -149,7 +166,7 @@ bool prepend_to_packet(AVPacket &packet, std::initializer_list<Bytes> parts) {
         size += part.size();
     }
     const PacketHandle joined(av_packet_alloc());
-    if (!joined || av_new_packet(joined.get(), static_cast<int>(size)) < 0) {
+    if (!joined || !new_packet(*joined, size)) {
         return false;
     }
     uint8_t *end = joined->data;

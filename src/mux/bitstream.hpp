@@ -24,12 +24,13 @@ bool has_idr(Bytes payload);
 // The NAL types in order as "[9,7,8,5]", at most `limit` of them.
 std::string nal_types_string(Bytes payload, size_t limit);
 
-// Whether encoder extra data is an avcC record.
-bool is_avcc(Bytes extradata);
-
 // The parameter sets of an avcC record in Annex B form; nothing when the record is malformed,
 // empty, or memory is short.
 Block avcc_to_annexb_headers(Bytes avcc);
+
+// Gives an empty packet a copy of the payload; false when memory is short or the payload is
+// larger than a packet can be.
+bool copy_payload(AVPacket &packet, Bytes payload);
 
 // Puts parts in front of the packet's payload and keeps its timing, stream, flags and position.
 // False when the packet is empty or memory is short.

@@ -5,7 +5,7 @@ namespace corvane {
 
 namespace {
 
-bool has_own_io(const AVFormatContext &context) {
+bool needs_connection(const AVFormatContext &context) {
     return !(context.oformat->flags & AVFMT_NOFILE);
 }
 
@@ -28,7 +28,7 @@ Dictionary connection_options(const StreamUrl &url) {
 }
 
 int open_connection(AVFormatContext &context, const StreamUrl &url, Dictionary &options) {
-    if (!has_own_io(context)) {
+    if (!needs_connection(context)) {
         return 0;
     }
     const int result =
@@ -37,7 +37,7 @@ int open_connection(AVFormatContext &context, const StreamUrl &url, Dictionary &
 }
 
 void close_connection(AVFormatContext &context) {
-    if (has_own_io(context)) {
+    if (needs_connection(context)) {
         avio_closep(&context.pb);
     }
 }

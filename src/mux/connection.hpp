@@ -7,13 +7,14 @@
 
 namespace corvane {
 
-// The container's and the protocol's options. Each call below takes out what it understands.
+// The container's and the protocol's options. Opening the connection and writing the header
+// each take out what they understand.
 Dictionary connection_options(const StreamUrl &url);
 
 // Opens the context's I/O; 0 or an FFmpeg error code.
 int open_connection(AVFormatContext &context, const StreamUrl &url, Dictionary &options);
 
-// Closes the context's I/O, if it has any of its own.
+// Closes the context's I/O, if it has any.
 void close_connection(AVFormatContext &context);
 
 } // namespace corvane

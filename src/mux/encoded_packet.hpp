@@ -20,7 +20,7 @@ struct EncodedPacket {
     bool keyframe;
 
     explicit EncodedPacket(const encoder_packet &packet)
-        : payload(packet.data, packet.size)
+        : payload(packet.data, packet.data ? packet.size : 0)
         , pts(packet.pts)
         , dts(packet.dts)
         , time_base{.num = packet.timebase_num, .den = packet.timebase_den}

@@ -41,20 +41,27 @@ void MuxOutput::read_settings(obs_data_t *settings) {
 }
 
 bool MuxOutput::start() {
-    const std::scoped_lock lock(mutex_);
-    reconnecting_ = false;
-    next_retry_ns_ = 0;
-    retry_count_ = 0;
-    if (url_.url.empty()) {
-        obs_output_set_last_error(output_, "Missing RTMP server/key");
-        return false;
+    {
+        const std::scoped_lock lock(mutex_);
+        reconnecting_ = false;
+        next_retry_ns_ = 0;
+        retry_count_ = 0;
+        if (url_.url.empty()) {
+            obs_output_set_last_error(output_, "Missing RTMP server/key");
+            return false;
+        }
+        active_ = true;
+        fatal_ = false;
+        close_muxer(); // one left over from a run that ended with an error
+        free_pending_packets();
     }
-    active_ = true;
-    fatal_ = false;
-    close_muxer(); // one left over from a run that ended with an error
-    free_pending_packets();
-    active_ = begin_capture();
-    return active_;
+    // Without the lock: libobs takes its own here, and packets come in with those held.
+    const bool begun = begin_capture();
+    if (!begun) {
+        const std::scoped_lock lock(mutex_);
+        active_ = false;
+    }
+    return begun;
 }
 
 // The muxer waits for packets: the codec headers that its streams need exist only after each

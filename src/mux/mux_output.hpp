@@ -22,7 +22,8 @@ namespace corvane {
 //
 // The connection is opened by the packet callback, once the encoders' headers exist; a write
 // thread of its own then drains the queue to the network. Lock order: the output lock, then the
-// queue's mutex. The write thread takes the output lock only when a write failed.
+// queue's mutex. The write thread takes the output lock only when a write failed, see
+// enter_reconnect_mode().
 class MuxOutput {
 public:
     // The output handle is libobs's and outlives this object.
@@ -34,7 +35,7 @@ public:
     // Takes new settings; the address counts from the next opening of the muxer on.
     void update(obs_data_t *settings);
 
-    // False with the output's last error set when capture cannot begin.
+    // False, with the output's last error set, without an address or when capture cannot begin.
     bool start();
     void stop();
 
@@ -42,9 +43,14 @@ public:
     void encoded_packet(const encoder_packet *packet);
 
 private:
+    // Without the output lock.
+    bool begin_capture();
+    void stop_with_error();
+    void write_thread_loop();
+    void enter_reconnect_mode(int error);
+
     // With the output lock held.
     void read_settings(obs_data_t *settings);
-    bool begin_capture();
     OpenResult open_muxer();
     void close_muxer();
     void free_pending_packets();
@@ -55,11 +61,6 @@ private:
     void process_audio_packet(size_t slot, const EncodedPacket &packet);
     void stop_on_failure(const char *failure);
     void attempt_reconnect(const encoder_packet &packet);
-
-    // Without the output lock.
-    void stop_with_error();
-    void write_thread_loop();
-    void enter_reconnect_mode(int error);
 
     obs_output_t *const output_;
     PacketQueue queue_; // locks itself

@@ -19,8 +19,6 @@ namespace {
 constexpr AVRational kFlvTimeBase = {1, 1000};
 constexpr AVRational kMpegTsTimeBase = {1, 90000};
 constexpr int kAudioBitRate = 160000;
-constexpr int kAacFrameSize = 1024;
-constexpr int kDefaultSampleRate = 48000;
 constexpr int kChannels = 2;
 
 // All that the streams are made from, read from the host before FFmpeg is touched.
@@ -30,8 +28,8 @@ struct StreamHeaders {
     size_t audio_ready = 0;
     int width = 0;
     int height = 0;
-    int sample_rate = kDefaultSampleRate;
-    AVRational frame_rate = {30, 1};
+    int sample_rate = kFallbackSampleRate;
+    AVRational frame_rate = {};
 };
 
 OpenResult fatal(obs_output_t *output, const char *text) {
@@ -72,7 +70,8 @@ OpenResult read_headers(obs_output_t *output, FrameRate rate, StreamHeaders &hea
     if (headers.video.empty()) {
         return OpenResult::kNotReady;
     }
-    // Without any audio header there is no stream; an output with no audio encoder never opens.
+    // Without any audio header there is no stream; an output with no audio encoder never opens, on
+    // purpose.
     read_audio_headers(output, headers);
     if (headers.audio_ready == 0) {
         return OpenResult::kNotReady;
@@ -137,7 +136,7 @@ OpenResult add_audio_stream(
     stream->codecpar->codec_id = AV_CODEC_ID_AAC;
     stream->codecpar->sample_rate = headers.sample_rate;
     stream->codecpar->bit_rate = kAudioBitRate;
-    stream->codecpar->frame_size = kAacFrameSize;
+    stream->codecpar->frame_size = kSamplesPerAacPacket;
     av_channel_layout_default(&stream->codecpar->ch_layout, kChannels);
     if (!copy_extradata(*stream->codecpar, headers.audio[slot])) {
         return fatal(output, "av_mallocz(audio extradata) failed");

@@ -16,6 +16,9 @@ namespace corvane {
 
 inline constexpr size_t kAudioSlots = 6;
 
+inline constexpr int kSamplesPerAacPacket = 1024;
+inline constexpr int kFallbackSampleRate = 48000;
+
 struct FrameRate {
     uint32_t num = 30;
     uint32_t den = 1;

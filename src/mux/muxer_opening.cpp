@@ -40,11 +40,11 @@ OpenResult MuxOutput::open_muxer() {
     muxer_ = std::move(muxer);
     path_.begin_stream(muxer_);
     const AVStream &video = *muxer_.video;
-    log_info("mux opened: url=%s format=%s video_tb=%d/%d audio_streams=%zu fps=%d/%d "
+    log_info("mux opened: url=%s format=%s video_tb=%d/%d audio_streams=%zu fps=%u/%u "
              "sample_rate=%d",
         url_.url.c_str(), context.oformat->name, video.time_base.num, video.time_base.den,
-        muxer_.audio_count, video.avg_frame_rate.num, video.avg_frame_rate.den,
-        muxer_.first_audio->codecpar->sample_rate);
+        muxer_.audio_count, static_cast<unsigned>(video.avg_frame_rate.num),
+        static_cast<unsigned>(video.avg_frame_rate.den), muxer_.first_audio->codecpar->sample_rate);
     return OpenResult::kOpened;
 }
 

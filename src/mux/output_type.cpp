@@ -9,51 +9,52 @@ namespace corvane {
 
 namespace {
 
+// No exception passes into libobs: one that nothing catches ends the process here.
 MuxOutput *self(void *data) {
     return static_cast<MuxOutput *>(data);
 }
 
-const char *cv_mux_get_name(void *) {
+const char *cv_mux_get_name(void *) noexcept {
     return "Vertical RTMP Mux (multitrack v2)";
 }
 
-void *cv_mux_create(obs_data_t *settings, obs_output_t *output) {
+void *cv_mux_create(obs_data_t *settings, obs_output_t *output) noexcept {
     return new MuxOutput(settings, output);
 }
 
-void cv_mux_destroy(void *data) {
+void cv_mux_destroy(void *data) noexcept {
     delete self(data);
 }
 
-bool cv_mux_start(void *data) {
+bool cv_mux_start(void *data) noexcept {
     log_info("cv_mux_start called");
     return data && self(data)->start();
 }
 
-void cv_mux_stop(void *data, uint64_t) {
+void cv_mux_stop(void *data, uint64_t) noexcept {
     if (data) {
         self(data)->stop();
     }
 }
 
-void cv_mux_encoded_packet(void *data, encoder_packet *packet) {
+void cv_mux_encoded_packet(void *data, encoder_packet *packet) noexcept {
     if (data) {
         self(data)->encoded_packet(packet);
     }
 }
 
-void cv_mux_update(void *data, obs_data_t *settings) {
+void cv_mux_update(void *data, obs_data_t *settings) noexcept {
     if (data) {
         self(data)->update(settings);
     }
 }
 
-void cv_mux_defaults(obs_data_t *settings) {
+void cv_mux_defaults(obs_data_t *settings) noexcept {
     obs_data_set_default_string(settings, "server", "");
     obs_data_set_default_string(settings, "key", "");
 }
 
-obs_properties_t *cv_mux_properties(void *) {
+obs_properties_t *cv_mux_properties(void *) noexcept {
     obs_properties_t *properties = obs_properties_create();
     obs_properties_add_text(properties, "server", "RTMP Server", OBS_TEXT_DEFAULT);
     obs_properties_add_text(properties, "key", "Stream Key", OBS_TEXT_PASSWORD);

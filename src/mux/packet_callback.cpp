@@ -97,6 +97,8 @@ void MuxOutput::process_audio_packet(size_t slot, const EncodedPacket &packet) {
     stop_on_failure(path_.process_audio_packet(muxer_, slot, packet));
 }
 
+// Handlers of "stop" run with the output lock held here and must not call into the output. A
+// failure is signalled for each packet that still arrives until libobs has let the encoders go.
 void MuxOutput::stop_on_failure(const char *failure) {
     if (failure) {
         obs_output_set_last_error(output_, failure);

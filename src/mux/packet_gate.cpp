@@ -43,7 +43,6 @@ int PacketPath::pass_video_gate(const Muxer &muxer, const AVPacket &packet) {
     const bool idr = annexb && has_idr(payload);
     const bool key = (packet.flags & AV_PKT_FLAG_KEY) != 0 || idr;
 
-    bool armed_now = false;
     if (muxer.is_srt && !stream_.clean_start_armed) {
         if (!annexb || !aud || !idr || !key) {
             log_warning("dropping pre-start SRT video packet: size=%d pts=%lld dts=%lld annexb=%d "
@@ -53,7 +52,6 @@ int PacketPath::pass_video_gate(const Muxer &muxer, const AVPacket &packet) {
             return AVERROR(EAGAIN);
         }
         stream_.clean_start_armed = true;
-        armed_now = true;
         log_info("SRT clean start armed on keyframe: size=%d pts=%lld dts=%lld", packet.size,
             static_cast<long long>(packet.pts), static_cast<long long>(packet.dts));
     } else if (!key && !stream_.keyframe_seen) {
@@ -61,7 +59,7 @@ int PacketPath::pass_video_gate(const Muxer &muxer, const AVPacket &packet) {
             static_cast<long long>(packet.pts), static_cast<long long>(packet.dts));
         return AVERROR(EAGAIN);
     }
-    if ((armed_now || key) && !stream_.keyframe_seen) {
+    if (key && !stream_.keyframe_seen) {
         start_stream_at(packet, aud, idr);
     }
     return 0;
@@ -73,8 +71,7 @@ void PacketPath::start_stream_at(const AVPacket &packet, bool aud, bool idr) {
     stream_.keyframe_seen = true;
     stream_.video_started = true;
     stream_.audio_allowed = true;
-    stream_.base_video_pts = packet.pts;
-    stream_.base_video_dts = packet.dts;
+    record_video_base(packet);
     const Bytes payload = payload_of(packet);
     log_info("first TS keyframe written: size=%d pts=%lld dts=%lld aud=%d idr=%d key=%d "
              "nal_types=%s",

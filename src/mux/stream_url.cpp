@@ -19,12 +19,6 @@ bool same_letter(char left, char right) {
            std::tolower(static_cast<unsigned char>(right));
 }
 
-} // namespace
-
-bool StreamUrl::is_srt() const {
-    return is_srt_url(url);
-}
-
 std::string trimmed(std::string_view text) {
     while (!text.empty() && is_space(text.front())) {
         text.remove_prefix(1);
@@ -33,6 +27,12 @@ std::string trimmed(std::string_view text) {
         text.remove_suffix(1);
     }
     return std::string(text);
+}
+
+} // namespace
+
+bool StreamUrl::is_srt() const {
+    return is_srt_url(url);
 }
 
 bool is_srt_url(std::string_view url) {

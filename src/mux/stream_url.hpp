@@ -14,9 +14,6 @@ struct StreamUrl {
     bool is_srt() const;
 };
 
-// Without leading and trailing white space.
-std::string trimmed(std::string_view text);
-
 // Whether the text begins with "srt://", in any letter case.
 bool is_srt_url(std::string_view url);
 

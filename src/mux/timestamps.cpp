@@ -16,10 +16,8 @@ int64_t rescale_timestamp(int64_t timestamp, AVRational from, AVRational to) {
     return av_rescale_q_rnd(timestamp, from, to, kRounding);
 }
 
-int64_t frame_duration(uint32_t fps_num, uint32_t fps_den, AVRational time_base) {
-    const AVRational frame = {.num = static_cast<int>(fps_den ? fps_den : 1),
-        .den = static_cast<int>(fps_num ? fps_num : 30)};
-    const int64_t duration = av_rescale_q(1, frame, time_base);
+int64_t frame_duration(AVRational frame_rate, AVRational time_base) {
+    const int64_t duration = av_rescale_q(1, av_inv_q(frame_rate), time_base);
     return duration < 1 ? kFallbackFrameDuration : duration;
 }
 

@@ -16,8 +16,8 @@ inline constexpr int64_t kFallbackFrameDuration = 3000;
 // A timestamp moved between time bases, rounded to the nearest tick; a missing one stays missing.
 int64_t rescale_timestamp(int64_t timestamp, AVRational from, AVRational to);
 
-// One frame in ticks of `time_base`, at least one tick. Zero fields of the rate count as 30 / 1.
-int64_t frame_duration(uint32_t fps_num, uint32_t fps_den, AVRational time_base);
+// One frame in ticks of `time_base`; kFallbackFrameDuration when that is below one tick.
+int64_t frame_duration(AVRational frame_rate, AVRational time_base);
 
 // Keeps dts strictly growing against `last_dts` (updated) and pts at or after dts.
 // A missing dts changes nothing.

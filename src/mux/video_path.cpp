@@ -6,7 +6,6 @@
 #include "mux/timestamps.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace corvane {
@@ -14,9 +13,7 @@ namespace corvane {
 namespace {
 
 int64_t frame_duration_of(const AVStream &stream) {
-    const AVRational rate = stream.avg_frame_rate;
-    return frame_duration(
-        static_cast<uint32_t>(rate.num), static_cast<uint32_t>(rate.den), stream.time_base);
+    return frame_duration(stream.avg_frame_rate, stream.time_base);
 }
 
 void log_ready(const char *path, const AVPacket &packet, bool idr) {
@@ -27,8 +24,8 @@ void log_ready(const char *path, const AVPacket &packet, bool idr) {
         is_annexb(payload), idr, has_aud(payload), packet.size);
 }
 
-// The stream's avcC header in front of its first IDR, for receivers that join without one.
-// Annex B headers are left out: encoders that give those repeat them in the stream.
+// Puts the parameter sets of an avcC header in front of the stream's first IDR. A header in
+// Annex B form is not injected.
 bool inject_parameter_sets(const AVCodecParameters &parameters, AVPacket &packet) {
     if (!parameters.extradata || parameters.extradata_size <= 0) {
         return true;
@@ -57,10 +54,9 @@ const char *PacketPath::process_video_packet(const Muxer &muxer, const EncodedPa
     if (!packet) {
         return "av_packet_alloc(video/src) failed";
     }
-    if (av_new_packet(packet.get(), static_cast<int>(encoded.payload.size())) < 0) {
+    if (!copy_payload(*packet, encoded.payload)) {
         return "av_new_packet(video/src) failed";
     }
-    std::ranges::copy(encoded.payload, packet->data);
 
     const AVRational time_base = muxer.video->time_base;
     packet->stream_index = muxer.video->index;
@@ -97,12 +93,8 @@ void PacketPath::fill_missing_timestamps(AVPacket &packet) const {
 }
 
 void PacketPath::record_video_base(const AVPacket &packet) {
-    if (packet.pts != AV_NOPTS_VALUE) {
-        stream_.base_video_pts = packet.pts;
-    }
-    if (packet.dts != AV_NOPTS_VALUE) {
-        stream_.base_video_dts = packet.dts;
-    }
+    stream_.base_video_pts = packet.pts;
+    stream_.base_video_dts = packet.dts;
 }
 
 void PacketPath::rebase_video(AVPacket &packet) const {

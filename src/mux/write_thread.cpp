@@ -20,12 +20,14 @@ void MuxOutput::write_thread_loop() {
     }
 }
 
-// Runs on the write thread and takes the stream down as a stop does, on purpose: close_muxer()
-// then joins the thread it runs on, the join refuses with a deadlock error that nothing catches,
-// and the process ends. What stands after it is reached only where the teardown returns.
+// Runs on the write thread and takes the stream down as a stop does, on purpose, the output lock
+// before anything else. close_muxer() then joins the thread it runs on, the join refuses with a
+// deadlock error that nothing catches, and the process ends; what stands after it is reached
+// only where the teardown returns. A stop that is joining this thread already holds the lock:
+// then the two wait for each other for good.
 void MuxOutput::enter_reconnect_mode(int error) {
     const std::scoped_lock lock(mutex_);
-    log_warning("entering reconnect mode: %s (%s, code=%d)", "write thread EIO",
+    log_warning("entering reconnect mode: write thread EIO (%s, code=%d)",
         error_text(error).c_str(), error);
     close_muxer();
     free_pending_packets();

@@ -14,7 +14,8 @@ constexpr std::array kHardwareFirst = {
 
 } // namespace
 
-// "nvenc" and "qsv" have the software encoders only, on purpose.
+// "nvenc" and "qsv" have the software encoders only, on purpose: preferring them never tries
+// hardware.
 std::span<const char *const> encoder_candidates(std::string_view preferred) {
     if (preferred == "x264" || preferred == "nvenc" || preferred == "qsv") {
         return kSoftware;

@@ -10,6 +10,9 @@
 
 #include <util/platform.h>
 
+#include <string>
+#include <utility>
+
 namespace corvane {
 
 namespace {
@@ -111,10 +114,10 @@ void VerticalOutput::release_all() {
     if (output_) {
         if (obs_output_active(output_)) {
             obs_output_stop(output_);
-            wait_until_inactive(output_);
         }
         signal_handler_disconnect(
             obs_output_get_signal_handler(output_), "stop", on_output_stop, output_.Get());
+        wait_until_inactive(output_);
         output_ = nullptr;
     }
     release_audio_encoders();

@@ -113,7 +113,7 @@ void VerticalOutput::stop() {
     log_info("Vertical output stop requested (%s)", encoder_label());
 }
 
-bool VerticalOutput::is_active() {
+bool VerticalOutput::is_active() const {
     const std::scoped_lock lock(mutex_);
     return active_locked();
 }

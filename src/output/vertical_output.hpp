@@ -39,7 +39,7 @@ public:
     // Asks a running output to stop; returns before it has.
     void stop();
 
-    bool is_active();
+    bool is_active() const;
 
     // Takes new settings for the next start; a running stream keeps its own.
     void update_config(const OutputConfig &config);
@@ -59,7 +59,7 @@ private:
 
     VerticalCanvas *const canvas_;
 
-    std::mutex mutex_; // guards everything below
+    mutable std::mutex mutex_; // guards everything below
     OutputConfig config_;
     OBSEncoderAutoRelease video_encoder_;
     std::array<OBSEncoderAutoRelease, kAudioTracks> audio_encoders_;
