@@ -48,6 +48,7 @@ bool VerticalCanvas::init() {
         }
     }
     video_reset_.Connect(obs_get_signal_handler(), "video_reset", on_video_reset, this);
+    follow_host_sources_from_now();
     return true;
 }
 
@@ -127,6 +128,7 @@ void VerticalCanvas::add_view_again() {
 
 void VerticalCanvas::shutdown() {
     video_reset_.Disconnect();
+    follow_host_sources_no_more();
 
     const std::scoped_lock lock(mutex_);
     if (!initialised_) {

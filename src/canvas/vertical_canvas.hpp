@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -101,12 +102,22 @@ private:
     const VerticalScene *active_scene() const;
     void activate(int32_t index);
     void place_source(const VerticalScene &entry, obs_source_t *source) const;
+    void take_source(VerticalScene &entry, OBSSourceAutoRelease source);
     void release_source(VerticalScene &entry);
     void publish_active_source();
 
+    // Without mutex_.
+    struct Link;
+    static void on_host_sources_changed(void *canvas, calldata_t *);
+    void follow_host_sources_from_now();
+    void follow_host_sources_no_more();
+    void follow_host_sources();
+    // With it.
+    void take_awaited_source(VerticalScene &entry);
+
     const CanvasConfig config_;
 
-    // Guards all below but active_source_ and video_reset_.
+    // Guards all below down to initialised_.
     mutable std::mutex mutex_;
     obs_video_info video_info_{};
     ViewHandle view_;
@@ -123,6 +134,10 @@ private:
     // Connected and disconnected without mutex_: libobs holds the signal's own lock while it
     // calls on_video_reset, which takes mutex_.
     OBSSignal video_reset_;
+    OBSSignal source_created_;
+    OBSSignal source_removed_;
+    OBSSignal source_renamed_;
+    std::shared_ptr<Link> link_; // set before the signals are connected
 };
 
 } // namespace corvane

@@ -118,13 +118,17 @@ bool VerticalCanvas::assign_scene_source(
         log_warning("assign_scene_source — OBS source not found: %s", source_name.c_str());
         return false;
     }
+    take_source(entry, std::move(source));
+    return true;
+}
+
+void VerticalCanvas::take_source(VerticalScene &entry, OBSSourceAutoRelease source) {
     place_source(entry, source);
     entry.source = std::move(source);
     obs_source_inc_showing(entry.source);
     publish_active_source();
     apply_active_audio();
-    log_info("Scene '%s': source assigned → '%s'", scene_name.c_str(), source_name.c_str());
-    return true;
+    log_info("Scene '%s': source assigned → '%s'", entry.name.c_str(), entry.source_name.c_str());
 }
 
 std::vector<std::string> VerticalCanvas::scene_names() const {
@@ -171,11 +175,16 @@ void VerticalCanvas::place_source(const VerticalScene &entry, obs_source_t *sour
     if (!entry.scene) {
         return;
     }
-    const auto remove = [](obs_scene_t *, obs_sceneitem_t *item, void *) {
+    // An item must not be destroyed under the scene's locks, which the enumeration holds: its
+    // texture needs the graphics lock, and rendering takes that one first.
+    std::vector<OBSSceneItem> removed;
+    const auto remove = [](obs_scene_t *, obs_sceneitem_t *item, void *removed_items) {
+        static_cast<std::vector<OBSSceneItem> *>(removed_items)->emplace_back(item);
         obs_sceneitem_remove(item);
         return true;
     };
-    obs_scene_enum_items(entry.scene, remove, nullptr);
+    obs_scene_enum_items(entry.scene, remove, &removed);
+    removed.clear();
     if (!source) {
         return;
     }
