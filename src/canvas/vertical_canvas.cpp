@@ -77,7 +77,7 @@ bool VerticalCanvas::init_locked() {
     }
     initialised_ = true;
     log_info("Canvas initialised: %ux%u @ %u/%u fps", width(), height(), fps_num(), fps_den());
-    warn_if_rates_differ(host);
+    warn_if_faster_than(host);
     return true;
 }
 
@@ -93,11 +93,12 @@ bool VerticalCanvas::add_view(const obs_video_info &host) {
     return video_ != nullptr;
 }
 
-// libobs renders the view at the host's rate but counts its frames at the canvas's.
-void VerticalCanvas::warn_if_rates_differ(const obs_video_info &host) const {
-    if (uint64_t{fps_num()} * host.fps_den != uint64_t{host.fps_num} * fps_den()) {
-        log_warning("Canvas frame rate %u/%u differs from the host's %u/%u: the vertical stream's "
-                    "clock will run off — set both to the same rate",
+// libobs renders the view at the host's rate but counts its frames at the canvas's. A slower
+// canvas leaves frames out; a faster one is short of frames and its clock falls behind.
+void VerticalCanvas::warn_if_faster_than(const obs_video_info &host) const {
+    if (uint64_t{fps_num()} * host.fps_den > uint64_t{host.fps_num} * fps_den()) {
+        log_warning("Canvas frame rate %u/%u is higher than the host's %u/%u: the vertical stream's "
+                    "clock will run slow — set both to the same rate",
             fps_num(), fps_den(), host.fps_num, host.fps_den);
     }
 }
@@ -123,7 +124,7 @@ void VerticalCanvas::add_view_again() {
     }
     log_info("Canvas added again after the host's video reset: %ux%u @ %u/%u fps", width(),
         height(), fps_num(), fps_den());
-    warn_if_rates_differ(host);
+    warn_if_faster_than(host);
 }
 
 void VerticalCanvas::shutdown() {

@@ -92,7 +92,7 @@ private:
     void add_view_again();
     bool init_locked();
     bool add_view(const obs_video_info &host);
-    void warn_if_rates_differ(const obs_video_info &host) const;
+    void warn_if_faster_than(const obs_video_info &host) const;
 
     void apply_active_audio();
     void clear_active_audio();

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "canvas/vertical_canvas.hpp"
 
-#include "support/obs_session.hpp"
-#include "support/wait.hpp"
+#include "testbed/obs_session.hpp"
+#include "testbed/wait.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "output/vertical_output.hpp"
+
+#include "canvas/vertical_canvas.hpp"
+#include "mux/output_type.hpp"
+#include "testbed/box_catcher.hpp"
+#include "testbed/host_objects.hpp"
+#include "testbed/local_sink.hpp"
+#include "testbed/log_capture.hpp"
+#include "testbed/obs_session.hpp"
+#include "testbed/wait.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+
+namespace corvane::test {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::SizeIs;
+
+constexpr CanvasConfig kSmallCanvas{
+    .width = 72, .height = 128, .fps_num = kHostFps, .fps_den = 1, .use_active_scene_audio = true};
+constexpr std::array kHardware{
+    "jim_nvenc", "jim_nvenc_h264", "h264_amf", "obs_qsv11", "obs_qsv11_v2"};
+constexpr const char *kHardwareSettings = R"({"bitrate":1234,"keyint_sec":2,"rate_control":"CBR"})";
+constexpr const char *kSoftwareSettings =
+    R"({"bitrate":1234,"keyint_sec":2,"preset":"ultrafast","profile":"high","rate_control":"CBR",)"
+    R"("tune":"zerolatency","x264opts":"bframes=0:aud=1:repeat-headers=1"})";
+constexpr const char *kNoError = nullptr;
+
+LogCapture &host_log() {
+    return LogCapture::get();
+}
+
+class VerticalOutputTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        if (!obs_output_get_display_name(kMuxOutputId)) {
+            register_mux_output_type();
+        }
+    }
+    VerticalOutputTest() {
+        EXPECT_TRUE(canvas.init());
+        host_log().clear();
+    }
+    ~VerticalOutputTest() override { host_log().at_each_line({}); }
+
+    bool make(const OutputConfig &config) {
+        output.emplace(&canvas, config);
+        return output->init();
+    }
+    bool stopped() {
+        return wait_until([&] { return !output->is_active(); });
+    }
+
+    VerticalCanvas canvas{kSmallCanvas};
+    std::optional<VerticalOutput> output;
+};
+
+// What cannot start must say why and leave no encoder behind.
+TEST_F(VerticalOutputTest, RefusesWithoutCanvasOrUrl) {
+    VerticalOutput homeless(nullptr, {});
+    EXPECT_FALSE(homeless.init());
+    EXPECT_FALSE(homeless.start());
+    VerticalCanvas dark(kSmallCanvas);
+    VerticalOutput unlit(&dark, {});
+    EXPECT_FALSE(unlit.init());
+    EXPECT_THAT(host_log().take(), ElementsAre("E VerticalOutput::init — canvas not ready",
+                                       "E VerticalOutput::start — not initialised",
+                                       "E VerticalOutput::init — canvas not ready"));
+
+    ASSERT_TRUE(make({.url = "", .key = "k"}));
+    EXPECT_TRUE(output->init());
+    EXPECT_FALSE(output->start());
+    output->stop();
+    EXPECT_FALSE(output->is_active());
+    output.reset();
+    EXPECT_THAT(host_log().take(),
+        ElementsAre("I VerticalOutput initialised (runtime encoder fallback enabled)",
+            "W VerticalOutput already initialised",
+            "E Vertical output start failed: RTMP URL is empty. Configure it in Tools → Corvane "
+            "Vertical Streaming Settings.",
+            "I VerticalOutput::stop — not active, nothing to do", "I VerticalOutput destroyed"));
+    EXPECT_THAT(encoders(), SizeIs(0));
+}
+
+// Every candidate must be tried in the stated order, each with exactly its own settings and six
+// audio encoders of its own; a failed round must leave nothing.
+TEST_F(VerticalOutputTest, TriesTheCandidatesInOrder) {
+    const std::vector<std::string> hardware(kHardware.begin(), kHardware.end());
+    std::vector<std::string> all = hardware;
+    all.insert(all.end(), {"obs_x264", "x264"});
+    const std::map<std::string, std::vector<std::string>> cases{{"auto", all}, {"Nvenc", all},
+        {"nvenc", {"obs_x264", "x264"}}, {"qsv", {"obs_x264", "x264"}},
+        {"amf", {"h264_amf", "obs_x264", "x264"}}, {"x264", {"obs_x264", "x264"}}};
+
+    std::set<std::string> names;
+    size_t made = 0;
+    std::string candidate;
+    const auto inspect = [&](const std::string &line) {
+        if (line.starts_with("I Trying vertical output encoder: ")) {
+            candidate = line.substr(line.rfind(' ') + 1);
+        }
+        if (!line.starts_with("I pre-start: ")) {
+            return;
+        }
+        std::vector<size_t> tracks;
+        for (const OBSEncoder &encoder : encoders()) {
+            names.insert(obs_encoder_get_name(encoder));
+            ++made;
+            const std::string json = own_settings(obs_encoder_get_settings(encoder));
+            if (obs_encoder_get_type(encoder) == OBS_ENCODER_AUDIO) {
+                tracks.push_back(obs_encoder_get_mixer_index(encoder));
+                EXPECT_STREQ(obs_encoder_get_id(encoder), "ffmpeg_aac");
+                EXPECT_EQ(json, R"({"bitrate":160})");
+                continue;
+            }
+            EXPECT_EQ(candidate, obs_encoder_get_id(encoder));
+            EXPECT_EQ(json, candidate.ends_with("x264") ? kSoftwareSettings : kHardwareSettings);
+        }
+        EXPECT_THAT(tracks, testing::UnorderedElementsAre(0, 1, 2, 3, 4, 5));
+        ASSERT_THAT(outputs(), SizeIs(1));
+        names.insert(obs_output_get_name(outputs().front()));
+        ++made;
+        EXPECT_EQ(own_settings(obs_output_get_settings(outputs().front())),
+            R"({"fps_den":1,"fps_num":30,"key":"","server":"rtmp://127.0.0.1/live"})");
+    };
+    for (const auto &[preferred, candidates] : cases) {
+        // Without a key no RTMP stream can start.
+        ASSERT_TRUE(make({.url = "rtmp://127.0.0.1/live",
+            .key = "",
+            .bitrate_kbps = 1234,
+            .encoder_preset = "ultrafast",
+            .preferred_encoder = preferred}));
+        host_log().clear();
+        host_log().at_each_line(inspect);
+        EXPECT_FALSE(output->start());
+        host_log().at_each_line({});
+
+        Lines expected;
+        for (const std::string &id : candidates) {
+            expected.push_back("I Trying vertical output encoder: " + id);
+            expected.push_back(
+                "W Encoder " + id + " failed to start output: Missing RTMP server/key");
+        }
+        expected.emplace_back("E No encoder could start successfully");
+        Lines seen;
+        for (const std::string &line : host_log().take()) {
+            if (line.starts_with("I Trying") || !line.starts_with("I")) {
+                seen.push_back(line);
+            }
+        }
+        EXPECT_EQ(seen, expected) << preferred;
+        EXPECT_THAT(encoders(), SizeIs(0));
+        EXPECT_THAT(outputs(), SizeIs(0));
+    }
+    EXPECT_EQ(names.size(), made) << "names repeat";
+}
+
+// Each start must reach the server with the canvas's picture and all six tracks, new settings
+// must wait for the next start, and nothing may be left when a live output is destroyed.
+TEST_F(VerticalOutputTest, StartsStopsAndStartsAgain) {
+    const LocalSink sink;
+    const auto config = [&](size_t round) {
+        return OutputConfig{.url = sink.url(), .key = std::to_string(round), .bitrate_kbps = 300};
+    };
+    ASSERT_TRUE(make(config(0)));
+    for (size_t round = 0; round < 4; ++round) {
+        ASSERT_TRUE(output->start());
+        EXPECT_TRUE(host_log().has("Vertical output started with encoder: obs_x264"));
+        output->update_config(config(round + 1));
+        host_log().clear();
+        EXPECT_TRUE(output->start());
+        EXPECT_THAT(
+            host_log().take(), ElementsAre("W VerticalOutput::start — already active (obs_x264)"));
+        ASSERT_TRUE(sink.wait_for_pictures(std::to_string(round), 10)) << "round " << round;
+        const Recording recording = sink.recording(std::to_string(round));
+        EXPECT_EQ(recording.width, 72);
+        EXPECT_EQ(recording.height, 128);
+        EXPECT_EQ(recording.audio_tracks, 6);
+        if (round < 3) {
+            output->stop();
+            EXPECT_TRUE(host_log().has("I Vertical output stop requested (obs_x264)"));
+            ASSERT_TRUE(stopped());
+        }
+    }
+    output.reset();
+    EXPECT_THAT(encoders(), SizeIs(0));
+    EXPECT_THAT(outputs(), SizeIs(0));
+    EXPECT_EQ(sink.recording("4"), Recording());
+}
+
+// An error must reach the user as a box with the output's own words, everything else must not
+// disturb him.
+TEST_F(VerticalOutputTest, ShowsABoxForErrorsOnly) {
+    const std::string port = std::to_string(free_port());
+    ASSERT_TRUE(make({.url = "rtmp://127.0.0.1:" + port + "/live", .key = "k"}));
+    BoxCatcher screen;
+    const auto box = [](const QString &text) {
+        return Box{QStringLiteral("Vertical Canvas \u00E2\u20AC\u201D Stream Error"), text,
+            QMessageBox::Critical, QMessageBox::Ok, false};
+    };
+    EXPECT_TRUE(output->start());
+    ASSERT_TRUE(wait_until([&] { return !screen.boxes.empty(); }));
+    EXPECT_THAT(
+        screen.boxes, ElementsAre(box("Stream rejected — check server URL and stream key")));
+    EXPECT_TRUE(host_log().has("E open_muxer fatal — stopping output"));
+    ASSERT_TRUE(stopped());
+    ASSERT_THAT(outputs(), SizeIs(1));
+    const OBSOutput stopped_output = outputs().front();
+
+    struct Case {
+        int code;
+        const char *last_error;
+        std::vector<Box> boxes;
+    };
+    const QString fallback =
+        QStringLiteral("Vertical output failed to connect.\nCheck your RTMP URL and stream key.");
+    for (const Case &c : {Case{OBS_OUTPUT_SUCCESS, "x", {}},
+             Case{OBS_OUTPUT_CONNECT_FAILED, "x", {}}, Case{OBS_OUTPUT_DISCONNECTED, "x", {}},
+             Case{OBS_OUTPUT_ERROR, kNoError, {box(fallback)}},
+             Case{OBS_OUTPUT_ENCODE_ERROR, "Ünïcode", {box(QStringLiteral("Ünïcode"))}}}) {
+        screen.boxes.clear();
+        obs_output_set_last_error(stopped_output, c.last_error);
+        calldata_t data{};
+        calldata_set_ptr(&data, "output", stopped_output.Get());
+        calldata_set_int(&data, "code", c.code);
+        calldata_set_string(&data, "last_error", c.last_error);
+        signal_handler_signal(obs_output_get_signal_handler(stopped_output), "stop", &data);
+        calldata_free(&data);
+        // Whatever was posted runs before this.
+        bool passed = false;
+        QMetaObject::invokeMethod(qApp, [&] { passed = true; }, Qt::QueuedConnection);
+        ASSERT_TRUE(wait_until([&] { return passed && screen.boxes.size() >= c.boxes.size(); }));
+        EXPECT_EQ(screen.boxes, c.boxes) << c.code;
+    }
+}
+
+} // namespace
+
+} // namespace corvane::test

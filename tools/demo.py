@@ -1,0 +1,187 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""Streams the real host's main and vertical canvas to real servers, and checks what these received.
+
+Each protocol is one run of the host with a fresh configuration. The module's settings keep their
+defaults but for the address: 1080x1920, 30 frames per second, 4000 kbps, "veryfast".
+"""
+
+import argparse
+import shutil
+import sys
+import tempfile
+from collections.abc import Callable
+from contextlib import nullcontext
+from dataclasses import dataclass, field
+from pathlib import Path
+
+from PIL import Image
+
+from livehost.checks import Format, cover_faults, entry_faults, stream_faults
+from livehost.folder import HostFolder, Profile, Source, built_module
+from livehost.host import FrameCount, HostError, LiveHost
+from livehost.received import Received
+from livehost.remote import RequestError
+from livehost.report import Column, table
+from livehost.scene import stage_sources
+from livehost.screen import OwnScreen, VirtualScreen
+from livehost.servers import RtmpServer, SrtListener
+from livehost.waiting import DeadlineError, wait_until
+
+MAIN = Format(1280, 720, 30, audio_tracks=1)
+VERTICAL = Format(1080, 1920, 30, audio_tracks=6, profile="High", bitrate_kbps=4000)
+# The smaller the host's preview, the less of a processor goes into drawing it.
+SCREEN = (1280, 800)
+SLOW = 0.05
+RESULTS = ("main.flv", "vertical.flv", "vertical.ts", "frame.png", "host.png", "host.log")
+
+
+def say(text: str) -> None:
+    print(f"==> {text}", flush=True)
+
+
+@dataclass
+class Run:
+    """One run of the host: the streams as received, and everything that was wrong."""
+
+    protocol: str
+    frames: FrameCount | None = None
+    leaks: int | None = None
+    log: str = ""
+    streams: dict[str, Received] = field(default_factory=dict)
+    faults: list[str] = field(default_factory=list)
+
+    def columns(self) -> list[Column]:
+        return [Column(f"{name} ({self.protocol})", stream, self.frames, self.leaks)
+                for name, stream in self.streams.items()]
+
+
+def stream(host: LiveHost, seconds: int, take_picture: Callable[[], None]) -> FrameCount:
+    """The main stream on air for so long; the vertical one has to follow by itself, both ways."""
+    before = host.frames()
+    host.request("StartStream")
+    wait_until(host.main_active, 20, "main stream on air")
+    wait_until(host.vertical_active, 20, "vertical stream following the main one")
+    host.wait_for_log("mux opened: ")
+    say("both streams are on air")
+
+    def on_air_seconds() -> float:
+        status = host.request("GetStreamStatus")
+        if not status["outputActive"] or not host.vertical_active():
+            raise HostError("a stream ended before it was told to")
+        return status["outputDuration"] / 1000
+
+    for mark in [*range(5, seconds, 5), seconds]:
+        wait_until(lambda: on_air_seconds() >= mark, 10 * mark + 30, f"{mark} s on air")
+        say(f"{mark} s on air")
+        if mark >= seconds / 2:
+            take_picture()
+            take_picture = lambda: None
+    frames = host.frames() - before
+    host.request("StopStream")
+    wait_until(lambda: not host.main_active() and not host.vertical_active(), 60 + 5 * seconds,
+               "both streams stopped")
+    say("both streams have stopped")
+    return frames
+
+
+def run_host(run: Run, folder: HostFolder, screen: VirtualScreen | OwnScreen, seconds: int, picture: Path) -> None:
+    host = LiveHost(folder, screen, "demo", "demo")
+    try:
+        say(f"{run.protocol}: starting the host")
+        with host:
+            def take_picture() -> None:
+                if not picture.exists() and not screen.grab(picture):
+                    say("this screen does not let windows be pictured: no host.png")
+            run.frames = stream(host, seconds, take_picture)
+        run.leaks = host.leaks()
+        if run.leaks != 0:
+            run.faults.append("the host's log ends without a leak count" if run.leaks is None
+                              else f"the host leaked {run.leaks} allocations")
+    finally:
+        run.log = host.log()
+
+
+def check(run: Run, frame_path: Path) -> None:
+    run.faults += [f"main: {fault}" for fault in stream_faults(run.streams["main"], MAIN)]
+    vertical = run.streams["vertical"]
+    faults = stream_faults(vertical, VERTICAL)
+    if vertical.videos:
+        frame = vertical.frame(vertical.video.seconds / 2)
+        Image.fromarray(frame).save(frame_path)
+        faults += cover_faults(frame)
+        if run.protocol == "SRT":
+            faults += entry_faults(vertical)
+    run.faults += [f"vertical: {fault}" for fault in faults]
+
+
+def demonstrate(protocol: str, arguments: argparse.Namespace, root: Path, stage: list[Source],
+                screen: VirtualScreen | OwnScreen) -> Run:
+    """One whole run with the protocol; a run that breaks off is a fault like any other."""
+    run = Run(protocol)
+    out = arguments.out
+    folder = HostFolder(root / "host")
+    with RtmpServer(root / "rtmp") as rtmp, SrtListener(root / "srt") if protocol == "SRT" else nullcontext() as srt:
+        target = {"rtmpurl": srt.url} if srt else {"rtmpurl": rtmp.url, "streamkey": "vertical"}
+        folder.add_profile(Profile("demo", rtmp.url, "main", vertical=target))
+        folder.add_collection("demo", {"Stage": stage})
+        folder.save_vertical_scenes({"Scene 1": "Stage"}, "Scene 1")
+        folder.install_module(built_module())
+        try:
+            run_host(run, folder, screen, arguments.seconds, out / "host.png")
+            rtmp.wait_idle()
+            vertical = srt.wait_hung_up() if srt else rtmp.recording("vertical")
+            kept = {"main": rtmp.recording("main"), "vertical": vertical}
+            for name, path in kept.items():
+                copy = out / f"{name}{path.suffix}"
+                # The second run's main stream is checked like the first one's, but only one is kept.
+                run.streams[name] = Received(path if copy.exists() else Path(shutil.copyfile(path, copy)))
+            check(run, out / "frame.png")
+        except (DeadlineError, HostError, RequestError, OSError) as error:
+            run.faults.append(f"broke off: {error}")
+    return run
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(prog="./dev demo", description=__doc__)
+    parser.add_argument("--seconds", type=int, default=15, help="how long each run is on air (default 15)")
+    parser.add_argument("--out", type=Path, required=True, help="folder of the results")
+    only = parser.add_mutually_exclusive_group()
+    only.add_argument("--rtmp", action="store_const", dest="protocols", const=["RTMP"], help="only the run over RTMP")
+    only.add_argument("--srt", action="store_const", dest="protocols", const=["SRT"], help="only the run over SRT")
+    parser.add_argument("--window", action="store_true", help="show the host on this screen")
+    parser.set_defaults(protocols=["RTMP", "SRT"])
+    arguments = parser.parse_args()
+    if arguments.seconds < 2:
+        parser.error("--seconds must be at least 2")
+    return arguments
+
+
+def main() -> int:
+    arguments = parse_arguments()
+    out = arguments.out
+    out.mkdir(parents=True, exist_ok=True)
+    for name in RESULTS:
+        (out / name).unlink(missing_ok=True)  # so that nothing of an earlier demo passes for a result
+    with tempfile.TemporaryDirectory() as temporary:
+        root = Path(temporary)
+        say("making the picture and the tone")
+        stage = stage_sources(root)
+        with OwnScreen() if arguments.window else VirtualScreen(*SCREEN) as screen:
+            runs = [demonstrate(protocol, arguments, root / protocol, stage, screen) for protocol in arguments.protocols]
+        (out / "host.log").write_text("".join(run.log for run in runs))
+        columns = [column for run in runs for column in run.columns()]
+        if columns:
+            print(f"\n{table(columns)}\n")
+    for run in runs:
+        if run.frames and run.frames.lagged > SLOW * run.frames.rendered:
+            print(f"NOTE   {run.protocol}: the host repeated frames that it could not compose in time. Without a "
+                  "graphics card\n       that takes more than two free processor cores; the streams' times stay right.")
+    faults = [f"{run.protocol}: {fault}" for run in runs for fault in run.faults]
+    for fault in faults:
+        print(f"FAULT  {fault}")
+    print(f"{len(faults)} faults." if faults else "All is as it should be.", f"The results are in {out}")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

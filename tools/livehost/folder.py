@@ -1,0 +1,161 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""The host's configuration folder: profiles, scene collections, the module and its files."""
+
+import json
+import shutil
+from collections.abc import Mapping, Sequence
+from dataclasses import dataclass, field
+from pathlib import Path
+
+MODULE = "corvane-vertical-canvas"
+
+_TOP_LEFT = 5
+
+
+def built_module(preset: str = "release") -> Path:
+    """The module as `./dev build --preset` leaves it."""
+    path = Path(__file__).resolve().parents[2] / "build" / preset / "src" / f"{MODULE}.so"
+    if not path.is_file():
+        raise FileNotFoundError(f"{path} is missing: run ./dev build --preset {preset}")
+    return path
+
+
+@dataclass(frozen=True)
+class Profile:
+    """A host profile: the main stream with its cheap encoder, and the module's settings keys.
+
+    `vertical` holds keys of the module's profile file; keys left out keep the module's defaults.
+    """
+
+    name: str = "profile"
+    server: str = ""
+    key: str = "main"
+    width: int = 1280
+    height: int = 720
+    fps: int = 30
+    bitrate_kbps: int = 1500
+    vertical: Mapping[str, object] = field(default_factory=dict)
+
+
+@dataclass(frozen=True)
+class Source:
+    """A source of the host, shown in its own size with its top left corner at x, y of its scene."""
+
+    name: str
+    kind: str
+    settings: Mapping[str, object]
+    mixers: int = 0x3F
+    x: float = 0.0
+    y: float = 0.0
+
+    def entry(self) -> dict[str, object]:
+        return {"name": self.name, "id": self.kind, "settings": dict(self.settings), "mixers": self.mixers}
+
+
+def write_ini(path: Path, sections: Mapping[str, Mapping[str, object]]) -> None:
+    """Writes the host's INI dialect: no spaces around "=", booleans in lower case."""
+    lines = []
+    for section, keys in sections.items():
+        lines.append(f"[{section}]")
+        lines += [f"{key}={str(value).lower() if isinstance(value, bool) else value}" for key, value in keys.items()]
+        lines.append("")
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text("\n".join(lines))
+
+
+def _item(name: str, x: float = 0.0, y: float = 0.0, shown: bool = True) -> dict[str, object]:
+    return {"name": name, "visible": shown, "align": _TOP_LEFT, "pos": {"x": x, "y": y},
+            "scale": {"x": 1.0, "y": 1.0}}
+
+
+def _items(sources: Sequence[Source]) -> list[dict[str, object]]:
+    return [_item(source.name, source.x, source.y) for source in sources]
+
+
+def _scene_entry(name: str, items: list[dict[str, object]]) -> dict[str, object]:
+    numbered = [item | {"id": number} for number, item in enumerate(items, 1)]
+    return {"name": name, "id": "scene", "settings": {"items": numbered, "id_counter": len(numbered)}}
+
+
+class HostFolder:
+    """Lays out what the host reads at its start; to be used while no host runs on the folder."""
+
+    def __init__(self, root: Path) -> None:
+        self.root = root
+        self.config = root / "obs-studio"
+        self.logs = self.config / "logs"
+        self._plugin_config = self.config / "plugin_config"
+        self.config.mkdir(parents=True, exist_ok=True)
+
+    def profile_folder(self, name: str) -> Path:
+        return self.config / "basic" / "profiles" / name
+
+    def add_profile(self, profile: Profile) -> None:
+        """Adds the profile, or replaces the one of that name."""
+        folder = self.profile_folder(profile.name)
+        write_ini(folder / "basic.ini", {
+            "General": {"Name": profile.name},
+            "Video": {"BaseCX": profile.width, "BaseCY": profile.height, "OutputCX": profile.width,
+                      "OutputCY": profile.height, "FPSType": 0, "FPSCommon": profile.fps},
+            "Audio": {"SampleRate": 48000, "ChannelSetup": "Stereo"},
+            "Output": {"Mode": "Simple", "Reconnect": False},
+            "SimpleOutput": {"StreamEncoder": "x264", "VBitrate": profile.bitrate_kbps, "ABitrate": 160,
+                             "UseAdvanced": True, "Preset": "ultrafast"},
+        })
+        service = {"type": "rtmp_custom", "settings": {"server": profile.server, "key": profile.key}}
+        (folder / "service.json").write_text(json.dumps(service))
+        vertical = folder / f"{MODULE}.ini"
+        vertical.unlink(missing_ok=True)
+        if profile.vertical:
+            write_ini(vertical, {"VerticalCanvas": profile.vertical})
+
+    def add_collection(self, name: str, scenes: Mapping[str, Sequence[Source]]) -> None:
+        """Adds a scene collection; its first scene is the one on air.
+
+        Sources are written here, not created over the remote control, because the module looks
+        for the scenes when the host has loaded. The host itself often leaks or crashes at its
+        end over the sources of scenes that are off air, unless those scenes hang together with
+        the one on air: that is why it gets them as hidden items, neither seen nor heard.
+        """
+        on_air, *off_air = scenes
+        entries = {source.name: source.entry() for sources in scenes.values() for source in sources}
+        for scene in off_air:
+            entries[scene] = _scene_entry(scene, _items(scenes[scene]))
+        shown = {source.name for source in scenes[on_air]}
+        hidden = [_item(scene, shown=False) for scene in off_air if scene not in shown]
+        entries[on_air] = _scene_entry(on_air, _items(scenes[on_air]) + hidden)
+        folder = self.config / "basic" / "scenes"
+        folder.mkdir(parents=True, exist_ok=True)
+        (folder / f"{name}.json").write_text(json.dumps({
+            "name": name, "current_scene": on_air, "current_program_scene": on_air,
+            "scene_order": [{"name": scene} for scene in scenes], "sources": list(entries.values())}))
+
+    def save_vertical_scenes(self, sources: Mapping[str, str], active: str) -> None:
+        """Writes the module's scene list: vertical scene name → name of the host scene it shows."""
+        keys: dict[str, object] = {"count": len(sources), "activescene": active}
+        for index, (scene, source) in enumerate(sources.items()):
+            keys |= {f"scene_{index}_name": scene, f"scene_{index}_source": source}
+        write_ini(self._plugin_config / MODULE / "settings-global.ini", {"Scenes": keys})
+
+    def install_module(self, module: Path) -> None:
+        """Puts a module where the host looks for a user's own."""
+        folder = self.config / "plugins" / module.stem
+        for part in ("bin/64bit", "data"):
+            (folder / part).mkdir(parents=True, exist_ok=True)
+        shutil.copy2(module, folder / "bin/64bit" / module.name)
+
+    def remember_choice(self, profile: str, collection: str) -> None:
+        """Skips the host's first-run wizard; a folder that has been used keeps its own choices."""
+        if not (self.config / "user.ini").exists():
+            write_ini(self.config / "user.ini", {
+                "General": {"FirstRun": True, "ConfirmOnExit": False, "EnableAutoUpdates": False},
+                "Basic": {"Profile": profile, "ProfileDir": profile,
+                          "SceneCollection": collection, "SceneCollectionFile": collection},
+            })
+
+    def enable_remote(self, port: int) -> None:
+        folder = self._plugin_config / "obs-websocket"
+        folder.mkdir(parents=True, exist_ok=True)
+        (folder / "config.json").write_text(json.dumps({
+            "first_load": False, "server_enabled": True, "server_port": port, "alerts_enabled": False,
+            "auth_required": False, "server_password": ""}))

@@ -1,0 +1,40 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""Waiting on conditions with deadlines, and ending the processes one has started."""
+
+import subprocess
+import time
+from collections.abc import Callable
+from typing import TypeVar
+
+Result = TypeVar("Result")
+
+POLL_SECONDS = 0.05
+
+
+class DeadlineError(TimeoutError):
+    """A condition did not come true in time; the text names the condition."""
+
+
+def wait_until(condition: Callable[[], Result], seconds: float, what: str) -> Result:
+    """Polls the condition until it yields something true, and returns that."""
+    deadline = time.monotonic() + seconds
+    while True:
+        result = condition()
+        if result:
+            return result
+        if time.monotonic() > deadline:
+            raise DeadlineError(f"{what}: not within {seconds:g} s")
+        time.sleep(POLL_SECONDS)
+
+
+def end_child(process: subprocess.Popen, seconds: float = 10) -> bool:
+    """Asks a child of ours to end, forces it after the deadline; tells whether asking was enough."""
+    if process.poll() is None:
+        process.terminate()
+    try:
+        process.wait(seconds)
+        return True
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait()
+        return False

@@ -1,0 +1,34 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""The host with the module in a window on the person's own screen, until it is closed.
+
+Its configuration lives in build/run-config and is kept from run to run; delete the folder to
+begin afresh.
+"""
+
+import sys
+from pathlib import Path
+
+from livehost.folder import HostFolder, Profile, built_module
+from livehost.host import LiveHost
+from livehost.scene import stage_sources
+from livehost.screen import OwnScreen
+
+NAME = "run"
+
+
+def main() -> int:
+    root = Path(__file__).resolve().parents[1] / "build" / "run-config"
+    folder = HostFolder(root)
+    if not folder.profile_folder(NAME).exists():
+        folder.add_collection(NAME, {"Stage": stage_sources(root)})
+        folder.save_vertical_scenes({"Scene 1": "Stage"}, "Scene 1")
+        folder.add_profile(Profile(NAME))
+    folder.install_module(built_module())
+    host = LiveHost(folder, OwnScreen(), NAME, NAME)
+    host.start()
+    print(f"The host runs with the configuration in {root}; close its window to end.", flush=True)
+    return host.wait_closed()
+
+
+if __name__ == "__main__":
+    sys.exit(main())

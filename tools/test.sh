@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-or-later
+# usage: test.sh PRESET [NAME...]; runs inside the environment.
+# The in-process tests of build/PRESET on a screen of their own, then, with the presets release
+# and debug, the tests that drive the real host. NAMEs choose those that contain one of the words.
+set -uo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+project=$PWD
+preset=$1
+shift
+build="$project/build/$preset"
+screen_dir=$(mktemp -d)
+screen_pid=
+
+end_screen() {
+  [ -n "$screen_pid" ] && kill "$screen_pid" 2>/dev/null && wait "$screen_pid" 2>/dev/null
+  rm -rf "$screen_dir"
+}
+trap end_screen EXIT
+
+start_screen() {
+  mkfifo "$screen_dir/number"
+  Xvfb -displayfd 3 -screen 0 800x600x24 -nolisten tcp 3>"$screen_dir/number" 2>"$screen_dir/log" &
+  screen_pid=$!
+  local number
+  if ! read -r -t 20 number <"$screen_dir/number"; then
+    cat "$screen_dir/log" >&2
+    echo "test.sh: Xvfb did not start" >&2
+    exit 1
+  fi
+  export DISPLAY=":$number"
+}
+
+export QT_QPA_PLATFORM=xcb LIBGL_ALWAYS_SOFTWARE=1
+export ASAN_OPTIONS="detect_stack_use_after_return=1"
+export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
+# A leaked thread of ours would have ended the process (it is a std::thread); libobs leaks one
+# with every output that stops.
+export TSAN_OPTIONS="suppressions=$project/tools/testbed/tsan.supp:report_thread_leaks=0:second_deadlock_stack=1"
+
+status=0
+if [ $# -gt 0 ]; then
+  printf -v GTEST_FILTER '*%s*:' "$@"
+  export GTEST_FILTER
+fi
+start_screen
+ctest --test-dir "$build" --output-on-failure --progress || status=1
+
+case $preset in
+  release | debug)
+    if [ -d tests/host ]; then
+      words=$(printf ' or %s' "$@")
+      CVC_MODULE="$build/src/corvane-vertical-canvas.so" \
+        pytest-3 tests/host -v ${1:+-k "${words# or }"}
+      code=$?
+      # 5: the words chose none of these tests.
+      [ $code -eq 0 ] || { [ $code -eq 5 ] && [ $# -gt 0 ]; } || status=1
+    fi
+    ;;
+esac
+exit $status

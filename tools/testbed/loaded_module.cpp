@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "testbed/loaded_module.hpp"
+
+#include <obs.h>
+#include <util/platform.h>
+
+#include <format>
+#include <fstream>
+
+namespace corvane::test {
+
+namespace {
+
+constexpr const char *kName = "corvane-vertical-canvas";
+
+} // namespace
+
+LoadedModule::LoadedModule()
+    : settings_dir(ObsSession::config_dir() / kName) {
+    ObsSession::destroy_released_sources();
+    std::filesystem::remove_all(settings_dir);
+    use_profile("default", small_profile(""));
+    obs_module_t *module = nullptr;
+    if (!library && obs_open_module(&module, CVC_MODULE, CVC_MODULE_DATA) == MODULE_SUCCESS) {
+        library = obs_get_module_lib(module);
+    }
+    EXPECT_NE(library, nullptr);
+    log.clear();
+}
+
+LoadedModule::~LoadedModule() {
+    log.at_each_line({});
+    if (loaded_) {
+        unload();
+    }
+    EXPECT_TRUE(StandInFrontend::get().callbacks.empty());
+    EXPECT_FALSE(live());
+}
+
+bool LoadedModule::load() {
+    loaded_ = true;
+    return exported<bool()>("obs_module_load")();
+}
+
+void LoadedModule::unload() {
+    loaded_ = false;
+    exported<void()>("obs_module_unload")();
+}
+
+void LoadedModule::use_profile(const std::string &name, const std::string &ini) {
+    profile_dir = profile_file(name).parent_path().string();
+    write_file(profile_file(name), ini);
+}
+
+std::string LoadedModule::small_profile(const std::string &url, bool autostart) {
+    return std::format("; by hand\n[VerticalCanvas]\nrtmpurl={}\nstreamkey=k\nvideobitrate=300\n"
+                       "canvaswidth=72\ncanvasheight=128\nautostartwithmain={}\n",
+        url, autostart);
+}
+
+std::filesystem::path LoadedModule::profile_file(const std::string &name) const {
+    return std::filesystem::path(profiles_.path().toStdString()) / name /
+           "corvane-vertical-canvas.ini";
+}
+
+bool LoadedModule::live() {
+    bool active = false;
+    const auto visit = [](void *any_active, obs_output_t *output) {
+        *static_cast<bool *>(any_active) |= obs_output_active(output);
+        return true;
+    };
+    obs_enum_outputs(visit, &active);
+    return active;
+}
+
+void *LoadedModule::find(const char *name) const {
+    return os_dlsym(library, name);
+}
+
+void write_file(const std::filesystem::path &file, const std::string &text) {
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file) << text;
+}
+
+Lines read_lines(const std::filesystem::path &file) {
+    std::ifstream stream(file);
+    Lines lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+} // namespace corvane::test

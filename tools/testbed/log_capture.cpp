@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "testbed/log_capture.hpp"
+
+#include "testbed/wait.hpp"
+
+#include <util/base.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+
+namespace corvane::test {
+
+namespace {
+
+constexpr std::string_view kTag = "[corvane-obs-vertical] ";
+constexpr size_t kTailLines = 60;
+
+char level_letter(int level) {
+    if (level <= LOG_ERROR) {
+        return 'E';
+    }
+    return level <= LOG_WARNING ? 'W' : level <= LOG_INFO ? 'I' : 'D';
+}
+
+} // namespace
+
+LogCapture &LogCapture::get() {
+    static LogCapture capture;
+    return capture;
+}
+
+LogCapture::LogCapture() {
+    base_set_log_handler(on_line, this);
+}
+
+LogCapture::~LogCapture() {
+    base_set_log_handler(nullptr, nullptr);
+}
+
+void LogCapture::on_line(int level, const char *format, va_list arguments, void *self) {
+    char buffer[4096];
+    vsnprintf(buffer, sizeof(buffer), format, arguments);
+    const std::string_view text = buffer;
+    const std::string letter{level_letter(level), ' '};
+    const bool of_module = text.starts_with(kTag);
+    const std::string line = letter + std::string(text.substr(of_module ? kTag.size() : 0));
+
+    auto *capture = static_cast<LogCapture *>(self);
+    std::unique_lock lock(capture->mutex_);
+    capture->recent_.push_back(line);
+    if (capture->recent_.size() > kTailLines) {
+        capture->recent_.pop_front();
+    }
+    if (of_module) {
+        capture->module_lines_.push_back(line);
+        if (const auto hook = capture->hook_) {
+            lock.unlock();
+            hook(line);
+        }
+    }
+}
+
+void LogCapture::at_each_line(std::function<void(const std::string &)> hook) {
+    const std::scoped_lock lock(mutex_);
+    hook_ = std::move(hook);
+}
+
+Lines LogCapture::take() {
+    const std::scoped_lock lock(mutex_);
+    return std::exchange(module_lines_, {});
+}
+
+Lines LogCapture::matching(std::string_view text) const {
+    const std::scoped_lock lock(mutex_);
+    Lines found;
+    std::ranges::copy_if(module_lines_, std::back_inserter(found),
+        [&](const std::string &line) { return line.find(text) != std::string::npos; });
+    return found;
+}
+
+bool LogCapture::wait_for(std::string_view text) const {
+    return wait_until([&] { return has(text); });
+}
+
+std::string LogCapture::tail() const {
+    const std::scoped_lock lock(mutex_);
+    std::string text;
+    for (const std::string &line : recent_) {
+        text += line + '\n';
+    }
+    return text;
+}
+
+} // namespace corvane::test
