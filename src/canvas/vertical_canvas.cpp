@@ -97,8 +97,9 @@ bool VerticalCanvas::add_view(const obs_video_info &host) {
 // canvas leaves frames out; a faster one is short of frames and its clock falls behind.
 void VerticalCanvas::warn_if_faster_than(const obs_video_info &host) const {
     if (uint64_t{fps_num()} * host.fps_den > uint64_t{host.fps_num} * fps_den()) {
-        log_warning("Canvas frame rate %u/%u is higher than the host's %u/%u: the vertical stream's "
-                    "clock will run slow — set both to the same rate",
+        log_warning(
+            "Canvas frame rate %u/%u is higher than the host's %u/%u: the vertical stream's "
+            "clock will run slow — set both to the same rate",
             fps_num(), fps_den(), host.fps_num, host.fps_den);
     }
 }
