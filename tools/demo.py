@@ -9,6 +9,7 @@ import argparse
 import shutil
 import sys
 import tempfile
+import time
 from collections.abc import Callable
 from contextlib import nullcontext
 from dataclasses import dataclass, field
@@ -63,19 +64,19 @@ def stream(host: LiveHost, seconds: int, take_picture: Callable[[], None]) -> Fr
     wait_until(host.vertical_active, 20, "vertical stream following the main one")
     host.wait_for_log("mux opened: ")
     say("both streams are on air")
+    began = time.monotonic()
 
-    def on_air_seconds() -> float:
-        status = host.request("GetStreamStatus")
-        if not status["outputActive"] or not host.vertical_active():
+    def on_air_until(mark: int) -> bool:
+        if not (host.main_active() and host.vertical_active()):
             raise HostError("a stream ended before it was told to")
-        return status["outputDuration"] / 1000
+        return time.monotonic() - began >= mark
 
-    for mark in [*range(5, seconds, 5), seconds]:
-        wait_until(lambda: on_air_seconds() >= mark, 10 * mark + 30, f"{mark} s on air")
+    marks = [*range(5, seconds, 5), seconds]
+    for mark in marks:
+        wait_until(lambda: on_air_until(mark), mark + 30, f"{mark} s on air")
         say(f"{mark} s on air")
-        if mark >= seconds / 2:
+        if mark == marks[len(marks) // 2]:
             take_picture()
-            take_picture = lambda: None
     frames = host.frames() - before
     host.request("StopStream")
     wait_until(lambda: not host.main_active() and not host.vertical_active(), 60 + 5 * seconds,
@@ -174,8 +175,8 @@ def main() -> int:
             print(f"\n{table(columns)}\n")
     for run in runs:
         if run.frames and run.frames.lagged > SLOW * run.frames.rendered:
-            print(f"NOTE   {run.protocol}: the host repeated frames that it could not compose in time. Without a "
-                  "graphics card\n       that takes more than two free processor cores; the streams' times stay right.")
+            print(f"NOTE   {run.protocol}: the host repeated frames that it could not compose in time. Without a\n"
+                  "       graphics card that takes more than two free cores; the streams' times stay right.")
     faults = [f"{run.protocol}: {fault}" for run in runs for fault in run.faults]
     for fault in faults:
         print(f"FAULT  {fault}")

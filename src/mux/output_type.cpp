@@ -5,6 +5,8 @@
 #include "base/log.hpp"
 #include "mux/mux_output.hpp"
 
+#include <new>
+
 namespace corvane {
 
 namespace {
@@ -19,7 +21,7 @@ const char *cv_mux_get_name(void *) noexcept {
 }
 
 void *cv_mux_create(obs_data_t *settings, obs_output_t *output) noexcept {
-    return new MuxOutput(settings, output);
+    return new (std::nothrow) MuxOutput(settings, output);
 }
 
 void cv_mux_destroy(void *data) noexcept {

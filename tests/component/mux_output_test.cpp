@@ -15,10 +15,10 @@ TEST_F(MuxOutputType, holds_the_first_keyframe_until_the_headers_exist) {
     const LocalSink sink;
     create(sink.url(), "late", {0, 3});
     ScriptedEncoder::header_after = 45;
-    ASSERT_TRUE(obs_output_start(output_)) << last_error();
+    ASSERT_TRUE(obs_output_start(output)) << last_error();
     ASSERT_TRUE(wait_until([&] { return sink.newest_size("late") > 2000; }));
-    obs_output_stop(output_);
-    ASSERT_TRUE(wait_until([&] { return !obs_output_active(output_); }));
+    obs_output_stop(output);
+    ASSERT_TRUE(wait_until([&] { return !obs_output_active(output); }));
     EXPECT_THAT(stop_codes(), ElementsAre(OBS_OUTPUT_SUCCESS));
 
     const Received received(sink.received("late").front());
@@ -33,30 +33,30 @@ TEST_F(MuxOutputType, ends_with_the_reason_when_it_cannot_connect) {
     const LocalSink sink;
     const std::string rejected = "Stream rejected — check server URL and stream key";
     create("rtmp://127.0.0.1:" + std::to_string(free_port()) + "/live", "refused", {0});
-    ASSERT_TRUE(obs_output_start(output_)) << last_error();
+    ASSERT_TRUE(obs_output_start(output)) << last_error();
     ASSERT_TRUE(wait_for_error());
     EXPECT_THAT(stop_codes(), ElementsAre(OBS_OUTPUT_SUCCESS, OBS_OUTPUT_ERROR));
     EXPECT_EQ(last_error(), rejected);
 
     // The same output works once it is given an address that does.
     update_server(sink.url());
-    ASSERT_TRUE(obs_output_start(output_)) << last_error();
+    ASSERT_TRUE(obs_output_start(output)) << last_error();
     EXPECT_TRUE(wait_until([&] { return sink.newest_size("refused") > 1000; }));
 }
 
 TEST_F(MuxOutputType, refuses_to_start_without_an_address) {
     create("rtmp://127.0.0.1/live", "  ", {0});
-    EXPECT_FALSE(obs_output_start(output_));
+    EXPECT_FALSE(obs_output_start(output));
     EXPECT_EQ(last_error(), "Missing RTMP server/key");
-    EXPECT_FALSE(obs_output_active(output_));
-    obs_output_stop(output_); // harmless
+    EXPECT_FALSE(obs_output_active(output));
+    obs_output_stop(output); // harmless
     EXPECT_THAT(stop_codes(), ElementsAre());
 }
 
 // Otherwise the host would believe in a stream that never begins.
 TEST_F(MuxOutputType, refuses_to_start_without_audio) {
     create("rtmp://127.0.0.1/live", "mute", {});
-    EXPECT_FALSE(obs_output_start(output_));
+    EXPECT_FALSE(obs_output_start(output));
     EXPECT_EQ(last_error(), "obs_output_can_begin_data_capture failed");
-    EXPECT_FALSE(obs_output_active(output_));
+    EXPECT_FALSE(obs_output_active(output));
 }

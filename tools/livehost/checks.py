@@ -15,7 +15,7 @@ _LIMIT_SECONDS = 0.1
 _RATE_TOLERANCE = 0.005
 _BITRATE_TOLERANCE = 0.1
 # Encoding, scaling and the conversion of colours each cost a few steps.
-_COLOUR_TOLERANCE = 16
+_COLOUR_TOLERANCE = 8
 
 
 @dataclass(frozen=True)

@@ -27,9 +27,9 @@ protected:
     }
 
     ~MuxRig() override {
-        if (output_) {
-            obs_output_stop(output_);
-            EXPECT_TRUE(wait_until([this] { return !obs_output_active(output_); }));
+        if (output) {
+            obs_output_stop(output);
+            EXPECT_TRUE(wait_until([this] { return !obs_output_active(output); }));
         }
     }
 
@@ -38,51 +38,50 @@ protected:
         const OBSDataAutoRelease settings = obs_data_create();
         obs_data_set_string(settings, "server", server.c_str());
         obs_data_set_string(settings, "key", key);
-        output_ = obs_output_create(kMuxOutputId, "output", settings, nullptr);
-        video_ = obs_video_encoder_create("scripted_h264", "video", nullptr, nullptr);
-        obs_encoder_set_video(video_, obs_get_video());
-        obs_output_set_video_encoder(output_, video_);
+        output = obs_output_create(kMuxOutputId, "output", settings, nullptr);
+        video = obs_video_encoder_create("scripted_h264", "video", nullptr, nullptr);
+        obs_encoder_set_video(video, obs_get_video());
+        obs_output_set_video_encoder(output, video);
         for (const size_t track : tracks) {
-            audio_[track] =
-                obs_audio_encoder_create("ffmpeg_aac", "audio", nullptr, track, nullptr);
-            obs_encoder_set_audio(audio_[track], obs_get_audio());
-            obs_output_set_audio_encoder(output_, audio_[track], track);
+            audio[track] = obs_audio_encoder_create("ffmpeg_aac", "audio", nullptr, track, nullptr);
+            obs_encoder_set_audio(audio[track], obs_get_audio());
+            obs_output_set_audio_encoder(output, audio[track], track);
         }
-        signal_handler_connect(obs_output_get_signal_handler(output_), "stop", on_stop, this);
+        signal_handler_connect(obs_output_get_signal_handler(output), "stop", on_stop, this);
     }
 
     void update_server(const std::string &server) {
         const OBSDataAutoRelease settings = obs_data_create();
         obs_data_set_string(settings, "server", server.c_str());
-        obs_output_update(output_, settings);
+        obs_output_update(output, settings);
     }
 
     std::vector<long long> stop_codes() {
-        const std::lock_guard lock(mutex_);
-        return stop_codes_;
+        const std::scoped_lock lock(mutex);
+        return codes;
     }
 
     // False when the output did not end by itself.
     bool wait_for_error() {
-        return wait_until([this] { return !obs_output_active(output_) && !stop_codes().empty(); });
+        return wait_until([this] { return !obs_output_active(output) && !stop_codes().empty(); });
     }
 
     std::string last_error() {
-        const char *text = obs_output_get_last_error(output_);
+        const char *text = obs_output_get_last_error(output);
         return text ? text : "";
     }
 
     static void on_stop(void *data, calldata_t *calldata) {
         auto *self = static_cast<MuxRig *>(data);
-        const std::lock_guard lock(self->mutex_);
-        self->stop_codes_.push_back(calldata_int(calldata, "code"));
+        const std::scoped_lock lock(self->mutex);
+        self->codes.push_back(calldata_int(calldata, "code"));
     }
 
-    std::mutex mutex_;
-    std::vector<long long> stop_codes_;
-    OBSEncoderAutoRelease video_;
-    std::array<OBSEncoderAutoRelease, 6> audio_;
-    OBSOutputAutoRelease output_;
+    std::mutex mutex; // guards codes
+    std::vector<long long> codes;
+    OBSEncoderAutoRelease video;
+    std::array<OBSEncoderAutoRelease, 6> audio;
+    OBSOutputAutoRelease output;
 };
 
 // Frame numbers of the received video and packet counts of the audio streams.
