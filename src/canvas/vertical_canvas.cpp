@@ -113,7 +113,8 @@ void VerticalCanvas::on_video_reset(void *canvas, calldata_t *) {
 }
 
 // A reset of the host's video frees every view's place in the pipeline, the video output with
-// it, and brings back only the host's own. The view itself and its scene live on.
+// it, and brings back only the host's own. The view itself and its scene live on, but libobs keeps
+// items in proportion to the host's canvas: another size moves them, so all are placed anew.
 void VerticalCanvas::add_view_again() {
     obs_view_remove(view_.get());
     video_ = nullptr;
@@ -122,6 +123,11 @@ void VerticalCanvas::add_view_again() {
     if (!obs_get_video_info(&host) || !add_view(host)) {
         log_error("Canvas could not be added again after the host's video reset");
         return;
+    }
+    for (const VerticalScene &entry : scenes_) {
+        if (entry.source) {
+            place_source(entry, entry.source);
+        }
     }
     log_info("Canvas added again after the host's video reset: %ux%u @ %u/%u fps", width(),
         height(), fps_num(), fps_den());
