@@ -10,9 +10,9 @@ namespace corvane {
 
 namespace {
 
-void write_line(int level, const char *format, va_list arguments) {
-    static const std::string prefix = std::string("[") + kLogTag + "] ";
-    blogva(level, (prefix + format).c_str(), arguments);
+void write_line(int level, const char *tag, const char *format, va_list arguments) {
+    const std::string line = std::string("[") + tag + "] " + format;
+    blogva(level, line.c_str(), arguments);
 }
 
 } // namespace
@@ -20,21 +20,28 @@ void write_line(int level, const char *format, va_list arguments) {
 void log_error(const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    write_line(LOG_ERROR, format, arguments);
+    write_line(LOG_ERROR, kLogTag, format, arguments);
     va_end(arguments);
 }
 
 void log_warning(const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    write_line(LOG_WARNING, format, arguments);
+    write_line(LOG_WARNING, kLogTag, format, arguments);
     va_end(arguments);
 }
 
 void log_info(const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    write_line(LOG_INFO, format, arguments);
+    write_line(LOG_INFO, kLogTag, format, arguments);
+    va_end(arguments);
+}
+
+void log_widget(int level, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    write_line(level, kWidgetLogTag, format, arguments);
     va_end(arguments);
 }
 

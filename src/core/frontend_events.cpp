@@ -7,6 +7,7 @@
 #include "core/plugin_settings.hpp"
 #include "core/runtime.hpp"
 #include "core/scene_list_store.hpp"
+#include "core/user_interface.hpp"
 #include "output/vertical_output.hpp"
 
 #include <QCoreApplication>
@@ -35,10 +36,13 @@ void on_streaming_stopped() {
     }
 }
 
-// The scenes are restored before their sources are all sure to exist, hence the second pass.
-void restore_scenes() {
+// The sources are assigned a second time, since the host may have made some only now. The dock
+// is attached when the scenes are there, and made on the first call.
+void show_runtime() {
     restore_scene_list();
     reapply_scene_sources();
+    module_state.ui->attach_dock();
+    module_state.ui->register_dock();
 }
 
 // Shown from the event loop: a modal box here would run it with the lock held.
@@ -64,14 +68,15 @@ void on_profile_changed() {
         show_rebuild_failure();
         return;
     }
-    restore_scenes();
+    show_runtime();
 }
 
 void on_finished_loading() {
-    restore_scenes();
+    show_runtime();
 }
 
 void on_exit() {
+    module_state.ui->record_dock_state();
     if (output_active()) {
         log_info("OBS exiting — stopping vertical output");
         module_state.output->stop();

@@ -7,6 +7,7 @@
 #include "core/module_state.hpp"
 #include "core/plugin_settings.hpp"
 #include "core/runtime.hpp"
+#include "core/user_interface.hpp"
 #include "mux/output_type.hpp"
 
 #include <obs-frontend-api.h>
@@ -52,6 +53,8 @@ bool load_module() {
     }
     obs_frontend_add_event_callback(on_frontend_event, nullptr);
     module_state.event_callback_registered = true;
+    module_state.ui = make_user_interface().release();
+    module_state.ui->add_tools_menu_item();
     log_info("Loaded successfully");
     log_settings();
     return true;
@@ -67,6 +70,8 @@ void unload_module() {
 
     const std::scoped_lock lock(module_state.runtime_mutex);
     destroy_runtime(/*save_scenes=*/true);
+    delete module_state.ui;
+    module_state.ui = nullptr;
     save_global_file();
     save_profile_file();
     close_config_files();

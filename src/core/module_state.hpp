@@ -10,6 +10,7 @@
 
 namespace corvane {
 
+class UserInterface;
 class VerticalCanvas;
 class VerticalOutput;
 
@@ -32,6 +33,9 @@ struct ModuleState {
     VerticalOutput *output = nullptr;
     // What the runtime was last created with.
     CanvasFormat canvas_format;
+
+    // Set while the module is loaded.
+    UserInterface *ui = nullptr;
 
     // Null when not open. The loaders, getters and setters take no lock; they run on the UI
     // thread.

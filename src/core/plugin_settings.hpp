@@ -70,6 +70,12 @@ struct Key {
         }
     }
 
+    // Whether the file holds a value of its own for the key, so that the default is not meant.
+    bool written() const {
+        config_t *config = module_state.*File;
+        return config && config_has_user_value(config, kSection, name);
+    }
+
     void register_default() const {
         Calls::kSetDefault(module_state.*File, kSection, name, fallback);
     }

@@ -7,6 +7,7 @@
 #include "core/module_state.hpp"
 #include "core/plugin_settings.hpp"
 #include "core/scene_list_store.hpp"
+#include "core/user_interface.hpp"
 #include "output/vertical_output.hpp"
 
 #include <memory>
@@ -72,6 +73,9 @@ bool create_runtime_from_current_profile() {
 void destroy_runtime(bool save_scenes) {
     if (save_scenes) {
         save_scene_list();
+    }
+    if (module_state.ui) {
+        module_state.ui->detach_dock();
     }
     if (module_state.output) {
         if (module_state.output->is_active()) {

@@ -20,6 +20,11 @@ def built_module(preset: str = "release") -> Path:
     return path
 
 
+def driver_beside(module: Path) -> Path:
+    """The module through which the host's widgets are operated, of the same build."""
+    return module.parents[1] / "tools/livehost/driver/livehost-driver.so"
+
+
 @dataclass(frozen=True)
 class Profile:
     """A host profile: the main stream with its cheap encoder, and the module's settings keys.

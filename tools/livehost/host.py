@@ -3,6 +3,7 @@
 
 import os
 import re
+import signal
 import subprocess
 import time
 from collections.abc import Mapping
@@ -88,7 +89,7 @@ class LiveHost:
         self._check_names()
 
     def quit(self, seconds: float = 60) -> None:
-        """Ends the host the way a session manager does; a host that hangs or crashes over it is an error."""
+        """Ends the host as closing its window does; a host that hangs or crashes over it is an error."""
         if self._process is None:
             raise HostError("the host was not started")
         if not self._end(seconds):
@@ -178,6 +179,8 @@ class LiveHost:
         if self._remote:
             self._remote.close()
             self._remote = None
-        ended = self._process is None or end_child(self._process, seconds)
+        # Closes the main window, as a person does. SIGTERM would close every window by itself,
+        # floating docks first, and the host then asks about each of them.
+        ended = self._process is None or end_child(self._process, seconds, signal.SIGINT)
         self._whole_log = self.log()
         return ended

@@ -52,7 +52,7 @@ class Remote:
                 raise RequestError(name, status["code"], status.get("comment", ""))
             time.sleep(POLL_SECONDS)
 
-    def vendor(self, vendor: str, name: str, **data: Any) -> dict[str, Any]:
+    def vendor(self, vendor: str, name: str, /, **data: Any) -> dict[str, Any]:
         """A request that a module loaded into the host answers."""
         answer = self.request("CallVendorRequest", vendorName=vendor, requestType=name, requestData=data)
         return answer["responseData"]

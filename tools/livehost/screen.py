@@ -3,7 +3,9 @@
 
 import os
 import select
+import shutil
 import subprocess
+import tempfile
 from pathlib import Path
 from typing import Self
 
@@ -52,6 +54,37 @@ class VirtualScreen:
     def grab(self, path: Path) -> bool:
         """Saves a picture of the whole screen."""
         _grab("root", os.environ | self.environment, path)
+        return True
+
+
+class WaylandScreen:
+    """A Wayland compositor without a monitor; every window of the host fills it or lies over it."""
+
+    def __init__(self, width: int = 1600, height: int = 1000) -> None:
+        self._size = (f"--width={width}", f"--height={height}")
+        self._folder = tempfile.TemporaryDirectory()
+        self._compositor: subprocess.Popen | None = None
+        self.environment = {"WAYLAND_DISPLAY": f"{self._folder.name}/screen", "QT_QPA_PLATFORM": "wayland",
+                            "LIBGL_ALWAYS_SOFTWARE": "1"}
+
+    def __enter__(self) -> Self:
+        runtime = os.environ | {"XDG_RUNTIME_DIR": self._folder.name, "LIBGL_ALWAYS_SOFTWARE": "1"}
+        self._compositor = subprocess.Popen(
+            ["weston", "--backend=headless", "--renderer=gl", *self._size, "--socket=screen", "--shell=desktop-shell.so",
+             "--no-config", "--debug"], env=runtime, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wait_until(lambda: Path(self.environment["WAYLAND_DISPLAY"]).exists(), 20, "Wayland compositor ready")
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        end_child(self._compositor)
+        self._folder.cleanup()
+
+    def grab(self, path: Path) -> bool:
+        """Saves a picture of the whole screen."""
+        with tempfile.TemporaryDirectory() as folder:
+            subprocess.run(["weston-screenshooter"], env=os.environ | self.environment, cwd=folder, check=True, timeout=30)
+            picture, = Path(folder).iterdir()
+            shutil.move(picture, path)
         return True
 
 

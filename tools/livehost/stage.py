@@ -7,7 +7,7 @@ from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
 
-from livehost.folder import HostFolder, Profile, Source, built_module
+from livehost.folder import HostFolder, Profile, Source, built_module, driver_beside
 from livehost.host import LiveHost
 from livehost.received import Received
 from livehost.scene import marking_source
@@ -25,7 +25,9 @@ class Stage:
         self.main_key, self.vertical_key = f"main{number}", f"vertical{number}"
         self.folder = HostFolder(root / f"folder{number}")
         self.module_config = self.folder.config / "plugin_config" / "corvane-vertical-canvas"
-        self.folder.install_module(Path(os.environ.get("CVC_MODULE") or built_module()))
+        module = Path(os.environ.get("CVC_MODULE") or built_module())
+        self.folder.install_module(module)
+        self.folder.install_module(driver_beside(module))
         self.add_profile("P")
         self.show({"Main": [marking_source(root / f"marking{number}.png")]}, {"One": "Main"}, "One")
 

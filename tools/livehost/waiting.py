@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 """Waiting on conditions with deadlines, and ending the processes one has started."""
 
+import signal
 import subprocess
 import time
 from collections.abc import Callable
@@ -27,10 +28,10 @@ def wait_until(condition: Callable[[], Result], seconds: float, what: str) -> Re
         time.sleep(POLL_SECONDS)
 
 
-def end_child(process: subprocess.Popen, seconds: float = 10) -> bool:
+def end_child(process: subprocess.Popen, seconds: float = 10, request: signal.Signals = signal.SIGTERM) -> bool:
     """Asks a child of ours to end, forces it after the deadline; tells whether asking was enough."""
     if process.poll() is None:
-        process.terminate()
+        process.send_signal(request)
     try:
         process.wait(seconds)
         return True

@@ -3,6 +3,9 @@
 
 #include <util/bmem.h>
 
+#include <QDockWidget>
+#include <QMainWindow>
+
 namespace corvane::test {
 
 StandInFrontend &StandInFrontend::get() {
@@ -32,4 +35,29 @@ void obs_frontend_add_event_callback(obs_frontend_event_cb callback, void *data)
 
 void obs_frontend_remove_event_callback(obs_frontend_event_cb callback, void *data) {
     std::erase(StandInFrontend::get().callbacks, StandInFrontend::Callback{callback, data});
+}
+
+void *obs_frontend_get_main_window() {
+    return StandInFrontend::get().main_window;
+}
+
+bool obs_frontend_add_dock_by_id(const char *id, const char *title, void *widget) {
+    QMainWindow *window = StandInFrontend::get().main_window;
+    auto *dock = new QDockWidget(QString::fromUtf8(title), window);
+    dock->setObjectName(QString::fromUtf8(id));
+    dock->setWidget(static_cast<QWidget *>(widget));
+    window->addDockWidget(Qt::RightDockWidgetArea, dock);
+    dock->setVisible(false);
+    return true;
+}
+
+void obs_frontend_add_tools_menu_item(const char *name, obs_frontend_cb callback, void *data) {
+    StandInFrontend::get().tools_menu.emplace_back(name, [callback, data] { callback(data); });
+}
+
+void obs_frontend_get_scenes(obs_frontend_source_list *sources) {
+    for (obs_source_t *scene : StandInFrontend::get().scenes) {
+        obs_source_t *reference = obs_source_get_ref(scene);
+        da_push_back(sources->sources, &reference);
+    }
 }

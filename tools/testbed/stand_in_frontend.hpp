@@ -2,10 +2,14 @@
 #pragma once
 
 #include <obs-frontend-api.h>
+#include <obs.hpp>
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
+
+class QMainWindow;
 
 namespace corvane::test {
 
@@ -23,6 +27,16 @@ public:
     // The current profile's folder; empty makes the host report none.
     std::string profile_dir;
     std::vector<Callback> callbacks;
+
+    // Null for a host without a window, as before the start of a test and after it. Docks are
+    // wrapped and put into it, hidden and on the right, as the host does.
+    QMainWindow *main_window = nullptr;
+
+    // What was added to the Tools menu: text and action.
+    std::vector<std::pair<std::string, std::function<void()>>> tools_menu;
+
+    // What the host lists as its scenes, in its order.
+    std::vector<OBSSource> scenes;
 };
 
 } // namespace corvane::test

@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "ui/settings_dialog.hpp"
+
+#include "core/plugin_settings.hpp"
+#include "core/runtime.hpp"
+#include "ui/widget_names.hpp"
+
+#include <obs-frontend-api.h>
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace corvane {
+
+namespace {
+
+constexpr int kGroupSpacing = 8;
+constexpr int kDefaultPresetIndex = 2; // "veryfast"
+
+QFormLayout *add_form(QGroupBox *group) {
+    auto *form = new QFormLayout(group);
+    form->setSpacing(kGroupSpacing);
+    return form;
+}
+
+struct SpinRange {
+    int least;
+    int most;
+    int step;
+    const char *suffix;
+};
+
+QSpinBox *make_spin(const SpinRange &range, const char *object_name, const char *label) {
+    auto *spin = new QSpinBox;
+    spin->setRange(range.least, range.most);
+    spin->setSingleStep(range.step);
+    spin->setSuffix(QString::fromUtf8(range.suffix));
+    name_widget(spin, object_name, label);
+    return spin;
+}
+
+QCheckBox *make_check(const char *text, const char *object_name) {
+    auto *check = new QCheckBox(QString::fromUtf8(text));
+    name_widget(check, object_name, text);
+    return check;
+}
+
+QLabel *make_note(const char *text) {
+    auto *note = new QLabel(QString::fromUtf8(text));
+    note->setWordWrap(true);
+    return note;
+}
+
+// A spin box holds an int; a stored number beyond that shows as the largest.
+int shown(uint32_t value) {
+    return static_cast<int>(std::min<uint32_t>(value, INT32_MAX));
+}
+
+} // namespace
+
+SettingsDialog::SettingsDialog(QWidget *parent)
+    : QDialog(parent) {
+    setObjectName(QStringLiteral("CorvaneSettingsDialog"));
+    setWindowTitle(QStringLiteral("Vertical Canvas — Settings"));
+    setMinimumWidth(440);
+    setModal(true);
+
+    auto *layout = new QVBoxLayout(this);
+    layout->setSpacing(12);
+    layout->setContentsMargins(16, 16, 16, 16);
+    layout->addWidget(build_stream_group(), 0);
+    layout->addWidget(build_encoding_group(), 0);
+    layout->addWidget(build_canvas_group(), 0);
+    layout->addWidget(build_behaviour_group(), 0);
+
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel);
+    buttons->setObjectName(QStringLiteral("settingsButtons"));
+    connect(buttons, &QDialogButtonBox::accepted, this, &SettingsDialog::on_save_clicked);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    layout->addWidget(buttons);
+
+    load();
+}
+
+QGroupBox *SettingsDialog::build_stream_group() {
+    auto *group = new QGroupBox(QStringLiteral("Stream"));
+    QFormLayout *form = add_form(group);
+
+    urlEdit = new QLineEdit;
+    urlEdit->setPlaceholderText(QStringLiteral("rtmp://live.example.com/app"));
+    name_widget(urlEdit, "urlEdit", "RTMP URL");
+    form->addRow(QStringLiteral("RTMP URL:"), urlEdit);
+
+    keyEdit = new QLineEdit;
+    keyEdit->setEchoMode(QLineEdit::Password);
+    keyEdit->setPlaceholderText(QStringLiteral("your-stream-key"));
+    name_widget(keyEdit, "keyEdit", "Stream key");
+    keyToggle = new QPushButton(QStringLiteral("Show"));
+    keyToggle->setCheckable(true);
+    keyToggle->setFixedWidth(52);
+    name_widget(keyToggle, "keyToggle", "Show the stream key");
+    connect(keyToggle, &QPushButton::toggled, this, &SettingsDialog::on_toggle_key_visibility);
+    auto *key_row = new QHBoxLayout;
+    key_row->addWidget(keyEdit);
+    key_row->addWidget(keyToggle);
+    form->addRow(QStringLiteral("Stream Key:"), key_row);
+    return group;
+}
+
+QGroupBox *SettingsDialog::build_encoding_group() {
+    auto *group = new QGroupBox(QStringLiteral("Encoding"));
+    QFormLayout *form = add_form(group);
+    bitrateSpin = make_spin({500, 51000, 100, " kbps"}, "bitrateSpin", "Video bitrate");
+    form->addRow(QStringLiteral("Video Bitrate:"), bitrateSpin);
+
+    presetCombo = new QComboBox;
+    for (const char *preset : {"ultrafast", "superfast", "veryfast", "faster", "fast", "medium",
+             "slow", "slower", "veryslow"}) {
+        presetCombo->addItem(QString::fromUtf8(preset));
+    }
+    name_widget(presetCombo, "presetCombo", "Encoder preset");
+    form->addRow(QStringLiteral("Encoder Preset:"), presetCombo);
+    return group;
+}
+
+QGroupBox *SettingsDialog::build_canvas_group() {
+    auto *group = new QGroupBox(QStringLiteral("Canvas"));
+    QFormLayout *form = add_form(group);
+    widthSpin = make_spin({16, 7680, 2, " px"}, "widthSpin", "Canvas width");
+    heightSpin = make_spin({16, 7680, 2, " px"}, "heightSpin", "Canvas height");
+    form->addRow(QStringLiteral("Width:"), widthSpin);
+    form->addRow(QStringLiteral("Height:"), heightSpin);
+
+    fpsNumSpin = make_spin({1, 240, 1, ""}, "fpsNumSpin", "Frame rate numerator");
+    fpsDenSpin = make_spin({1, 1000, 1, ""}, "fpsDenSpin", "Frame rate denominator");
+    auto *slash = new QLabel(QStringLiteral("/"));
+    slash->setFixedWidth(12);
+    slash->setAlignment(Qt::AlignCenter);
+    auto *fps_row = new QHBoxLayout;
+    fps_row->addWidget(fpsNumSpin);
+    fps_row->addWidget(slash);
+    fps_row->addWidget(fpsDenSpin);
+    form->addRow(QStringLiteral("FPS (num / den):"), fps_row);
+    form->addRow(make_note("<small><i>Canvas size and FPS changes take effect after restarting "
+                           "the vertical output.</i></small>"));
+    return group;
+}
+
+QGroupBox *SettingsDialog::build_behaviour_group() {
+    auto *group = new QGroupBox(QStringLiteral("Behaviour"));
+    QFormLayout *form = add_form(group);
+    autoStartCheck = make_check("Auto-start when main stream starts", "autoStartCheck");
+    sceneAudioCheck = make_check("Use audio from active vertical scene", "sceneAudioCheck");
+    form->addRow(autoStartCheck);
+    form->addRow(sceneAudioCheck);
+    form->addRow(
+        make_note("Audio source changes take effect after restarting the vertical output."));
+    return group;
+}
+
+// A stored number outside a box's range shows, and is saved back, as the nearest one inside.
+void SettingsDialog::load() {
+    urlEdit->setText(QString::fromUtf8(settings::rtmpurl.get()));
+    keyEdit->setText(QString::fromUtf8(settings::streamkey.get()));
+    bitrateSpin->setValue(shown(settings::videobitrate.get()));
+    widthSpin->setValue(shown(settings::canvaswidth.get()));
+    heightSpin->setValue(shown(settings::canvasheight.get()));
+    fpsNumSpin->setValue(shown(settings::fpsnum.get()));
+    fpsDenSpin->setValue(shown(settings::fpsden.get()));
+    autoStartCheck->setChecked(settings::autostartwithmain.get());
+    sceneAudioCheck->setChecked(settings::useactivesceneaudio.get());
+    const int preset = presetCombo->findText(QString::fromUtf8(settings::encoderpreset.get()),
+        Qt::MatchExactly | Qt::MatchCaseSensitive);
+    presetCombo->setCurrentIndex(preset < 0 ? kDefaultPresetIndex : preset);
+}
+
+void SettingsDialog::on_toggle_key_visibility(bool shown) {
+    keyEdit->setEchoMode(shown ? QLineEdit::Normal : QLineEdit::Password);
+    keyToggle->setText(shown ? QStringLiteral("Hide") : QStringLiteral("Show"));
+}
+
+// The URL is stored as typed; only the test for emptiness trims it.
+void SettingsDialog::on_save_clicked() {
+    if (urlEdit->text().trimmed().isEmpty()) {
+        QMessageBox::warning(this, QStringLiteral("Validation"),
+            QStringLiteral("RTMP URL cannot be empty."), QMessageBox::Ok);
+        return;
+    }
+    settings::rtmpurl.set(urlEdit->text().toUtf8().constData());
+    settings::streamkey.set(keyEdit->text().toUtf8().constData());
+    settings::videobitrate.set(static_cast<uint32_t>(bitrateSpin->value()));
+    settings::canvaswidth.set(static_cast<uint32_t>(widthSpin->value()));
+    settings::canvasheight.set(static_cast<uint32_t>(heightSpin->value()));
+    settings::fpsnum.set(static_cast<uint32_t>(fpsNumSpin->value()));
+    settings::fpsden.set(static_cast<uint32_t>(fpsDenSpin->value()));
+    settings::autostartwithmain.set(autoStartCheck->isChecked());
+    settings::encoderpreset.set(presetCombo->currentText().toUtf8().constData());
+    settings::useactivesceneaudio.set(sceneAudioCheck->isChecked());
+    save_profile_config();
+    accept();
+}
+
+void open_settings_dialog(QWidget *parent) {
+    if (!parent) {
+        parent = static_cast<QWidget *>(obs_frontend_get_main_window());
+    }
+    auto *dialog = new SettingsDialog(parent);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->exec();
+}
+
+} // namespace corvane

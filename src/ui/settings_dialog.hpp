@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <QDialog>
+
+class QCheckBox;
+class QComboBox;
+class QGroupBox;
+class QLineEdit;
+class QPushButton;
+class QSpinBox;
+
+namespace corvane {
+
+// Edits the settings of the current profile. Reads them once when built and writes them once on
+// Save; keeps no copy. UI thread only.
+class SettingsDialog : public QDialog {
+    Q_OBJECT
+
+public:
+    explicit SettingsDialog(QWidget *parent = nullptr);
+
+private Q_SLOTS:
+    void on_save_clicked();
+    void on_toggle_key_visibility(bool shown);
+
+private:
+    QGroupBox *build_stream_group();
+    QGroupBox *build_encoding_group();
+    QGroupBox *build_canvas_group();
+    QGroupBox *build_behaviour_group();
+    void load();
+
+    QLineEdit *urlEdit = nullptr;
+    QLineEdit *keyEdit = nullptr;
+    QPushButton *keyToggle = nullptr;
+    QSpinBox *bitrateSpin = nullptr;
+    QSpinBox *widthSpin = nullptr;
+    QSpinBox *heightSpin = nullptr;
+    QSpinBox *fpsNumSpin = nullptr;
+    QSpinBox *fpsDenSpin = nullptr;
+    QCheckBox *autoStartCheck = nullptr;
+    QCheckBox *sceneAudioCheck = nullptr;
+    QComboBox *presetCombo = nullptr;
+};
+
+// Runs the dialog until it is closed; without a parent the host's main window is taken.
+void open_settings_dialog(QWidget *parent = nullptr);
+
+} // namespace corvane

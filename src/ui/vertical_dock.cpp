@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// What the dock shows: its widgets, the scene list, the status line.
+#include "ui/vertical_dock.hpp"
+
+#include "canvas/vertical_canvas.hpp"
+#include "output/vertical_output.hpp"
+#include "ui/vertical_preview_widget.hpp"
+#include "ui/widget_names.hpp"
+
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
+#include <QSignalBlocker>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace corvane {
+
+namespace {
+
+constexpr int kStatusIntervalMs = 500;
+constexpr const char *kIdleStyle = "font-size: 11px; color: #888;";
+constexpr const char *kStreamingStyle = "font-size: 11px; color: #4caf50; font-weight: bold;";
+
+QPushButton *make_button(
+    QWidget *parent, const char *text, const char *object_name, const char *tool_tip) {
+    auto *button = new QPushButton(QString::fromUtf8(text), parent);
+    button->setToolTip(QString::fromUtf8(tool_tip));
+    name_widget(button, object_name, tool_tip);
+    return button;
+}
+
+QString active_scene_text(const QString &name) {
+    return name.isEmpty() ? QStringLiteral("No active scene") : QStringLiteral("Scene: ") + name;
+}
+
+} // namespace
+
+VerticalDock::VerticalDock(VerticalCanvas *canvas, VerticalOutput *output, QWidget *parent)
+    : QWidget(parent)
+    , canvas(canvas)
+    , output(output) {
+    setObjectName(QStringLiteral("CorvaneVerticalCanvasDock"));
+    setWindowTitle(QStringLiteral("Vertical Canvas"));
+    setMinimumWidth(270);
+    setMaximumWidth(540);
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(4, 4, 4, 4);
+    layout->setSpacing(4);
+
+    build_preview(layout);
+    build_scene_list(layout);
+    build_scene_buttons(layout);
+    build_stream_buttons(layout);
+    build_status(layout);
+    onStatusTick();
+}
+
+void VerticalDock::build_preview(QBoxLayout *layout) {
+    sceneLabel = new QLabel(QStringLiteral("Vertical Canvas"), this);
+    sceneLabel->setObjectName(QStringLiteral("sceneLabel"));
+    sceneLabel->setTextFormat(Qt::PlainText);
+    sceneLabel->setAlignment(Qt::AlignCenter);
+    sceneLabel->setStyleSheet(QStringLiteral("font-size: 11px; color: #aaa;"));
+    layout->addWidget(sceneLabel);
+
+    auto *container = new QWidget(this);
+    container->setObjectName(QStringLiteral("previewContainer"));
+    container->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+    container->setStyleSheet(QStringLiteral("background: #181818;"));
+    auto *row = new QHBoxLayout(container);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(0);
+    preview = new VerticalPreviewWidget(canvas, container);
+    name_widget(preview, "verticalPreview", "Live preview of the vertical canvas");
+    // The preview takes the width it can use; the stretches share the rest.
+    row->addStretch();
+    row->addWidget(preview, 1);
+    row->addStretch();
+    layout->addWidget(container, 1);
+}
+
+void VerticalDock::build_scene_list(QBoxLayout *layout) {
+    auto *title = new QLabel(QStringLiteral("Scenes"), this);
+    title->setStyleSheet(QString::fromUtf8(kIdleStyle));
+    layout->addWidget(title);
+
+    sceneList = new QListWidget(this);
+    name_widget(sceneList, "sceneList", "Vertical scenes");
+    sceneList->setFixedHeight(84);
+    sceneList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    sceneList->setStyleSheet(
+        QStringLiteral("QListWidget { font-size: 12px; }"
+                       "QListWidget::item:selected { background: #2a6099; color: white; }"));
+    connect(sceneList, &QListWidget::itemClicked, this, &VerticalDock::onSceneItemClicked);
+    connect(sceneList, &QListWidget::itemActivated, this, &VerticalDock::onSceneItemClicked);
+    layout->addWidget(sceneList);
+}
+
+void VerticalDock::build_scene_buttons(QBoxLayout *layout) {
+    auto *grid = new QGridLayout;
+    grid->setSpacing(4);
+    grid->setContentsMargins(0, 0, 0, 0);
+    addButton = make_button(this, "+ Add", "addButton", "Add a new vertical scene");
+    removeButton = make_button(this, "- Remove", "removeButton", "Remove selected scene");
+    renameButton = make_button(this, "Rename", "renameButton", "Rename selected scene");
+    assignButton = make_button(this, "Assign OBS Scene", "assignButton",
+        "Assign an OBS scene to this vertical slot. Build your 9:16 layout in OBS's scene editor "
+        "-- changes appear live.");
+    connect(addButton, &QPushButton::clicked, this, &VerticalDock::onAddScene);
+    connect(removeButton, &QPushButton::clicked, this, &VerticalDock::onRemoveScene);
+    connect(renameButton, &QPushButton::clicked, this, &VerticalDock::onRenameScene);
+    connect(assignButton, &QPushButton::clicked, this, &VerticalDock::onConfigureScene);
+    grid->addWidget(addButton, 0, 0);
+    grid->addWidget(removeButton, 0, 1);
+    grid->addWidget(renameButton, 1, 0);
+    grid->addWidget(assignButton, 1, 1);
+    layout->addLayout(grid);
+}
+
+void VerticalDock::build_stream_buttons(QBoxLayout *layout) {
+    auto *row = new QHBoxLayout;
+    row->setSpacing(6);
+    startButton = make_button(this, "Start", "startButton", "Start vertical stream");
+    stopButton = make_button(this, "Stop", "stopButton", "Stop vertical stream");
+    connect(startButton, &QPushButton::clicked, this, &VerticalDock::onStartClicked);
+    connect(stopButton, &QPushButton::clicked, this, &VerticalDock::onStopClicked);
+    row->addWidget(startButton);
+    row->addWidget(stopButton);
+    layout->addLayout(row);
+}
+
+void VerticalDock::build_status(QBoxLayout *layout) {
+    statusLabel = new QLabel(QStringLiteral("Stopped"), this);
+    name_widget(statusLabel, "statusLabel", "Vertical stream status");
+    statusLabel->setAlignment(Qt::AlignCenter);
+    statusLabel->setStyleSheet(QString::fromUtf8(kIdleStyle));
+    layout->addWidget(statusLabel);
+
+    statusTimer = new QTimer(this);
+    statusTimer->setInterval(kStatusIntervalMs);
+    connect(statusTimer, &QTimer::timeout, this, &VerticalDock::onStatusTick);
+    statusTimer->start();
+}
+
+void VerticalDock::setRuntime(VerticalCanvas *new_canvas, VerticalOutput *new_output) {
+    canvas = new_canvas;
+    output = new_output;
+    if (preview && preview->shown_canvas() != canvas) {
+        preview->set_canvas(canvas);
+        preview->update();
+    }
+    refreshSceneList();
+    onStatusTick();
+}
+
+void VerticalDock::refreshSceneList() {
+    const QSignalBlocker blocker(sceneList);
+    sceneList->clear();
+    if (!canvas) {
+        sceneLabel->setText(active_scene_text(QString()));
+        set_scene_buttons_enabled(false, false);
+        return;
+    }
+    const std::vector<std::string> names = canvas->scene_names();
+    const std::string active = canvas->active_scene_name();
+    for (const std::string &name : names) {
+        add_scene_item(name, active);
+    }
+    set_scene_buttons_enabled(true, !names.empty());
+    sceneLabel->setText(active_scene_text(QString::fromStdString(active)));
+}
+
+// The visible text is decoration; the plain name is the item's data.
+void VerticalDock::add_scene_item(const std::string &name, const std::string &active) {
+    const QString assigned = QString::fromStdString(canvas->scene_source_name(name));
+    const QString suffix = assigned.isEmpty() ? QString() : QStringLiteral(" [%1]").arg(assigned);
+    const QString mark = name == active ? QStringLiteral("► ") : QStringLiteral(" ");
+    const QString plain = QString::fromStdString(name);
+    auto *item = new QListWidgetItem(mark + plain + suffix, sceneList);
+    item->setData(Qt::UserRole, plain);
+    if (name == active) {
+        QFont font = item->font();
+        font.setBold(true);
+        item->setFont(font);
+        sceneList->setCurrentItem(item);
+    }
+}
+
+void VerticalDock::set_scene_buttons_enabled(bool add, bool others) {
+    addButton->setEnabled(add);
+    for (QPushButton *button : {removeButton, renameButton, assignButton}) {
+        button->setEnabled(others);
+    }
+}
+
+void VerticalDock::onActiveSceneChanged(const QString &sceneName) {
+    sceneLabel->setText(active_scene_text(sceneName));
+}
+
+void VerticalDock::onStatusTick() {
+    const bool active = output && output->is_active();
+    startButton->setEnabled(output && !active);
+    stopButton->setEnabled(active);
+    const char *text = !output ? "No output" : active ? "Streaming" : "Stopped";
+    statusLabel->setText(QString::fromUtf8(text));
+    statusLabel->setStyleSheet(QString::fromUtf8(active ? kStreamingStyle : kIdleStyle));
+}
+
+} // namespace corvane

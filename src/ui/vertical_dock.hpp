@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <QString>
+#include <QWidget>
+
+class QBoxLayout;
+class QLabel;
+class QListWidget;
+class QListWidgetItem;
+class QPushButton;
+class QTimer;
+
+namespace corvane {
+
+class VerticalCanvas;
+class VerticalOutput;
+class VerticalPreviewWidget;
+
+// The panel in the host's window: live preview, scene list, start and stop, status line. Keeps
+// no model of its own: what it shows is read back from the canvas and the output. UI thread only.
+class VerticalDock : public QWidget {
+    Q_OBJECT
+
+public:
+    // Neither is owned; either may be null. The list stays empty until setRuntime().
+    VerticalDock(VerticalCanvas *canvas, VerticalOutput *output, QWidget *parent);
+
+    // Points the dock at another runtime, or at none; to be called before one is destroyed.
+    void setRuntime(VerticalCanvas *canvas, VerticalOutput *output);
+
+    // Reads scenes and assignments back from the canvas.
+    void refreshSceneList();
+
+public Q_SLOTS:
+    void onActiveSceneChanged(const QString &sceneName);
+    void onSceneItemClicked(QListWidgetItem *item);
+    void onAddScene();
+    void onRemoveScene();
+    void onRenameScene();
+    void onConfigureScene();
+    void onStartClicked();
+    void onStopClicked();
+    void onStatusTick();
+
+private:
+    void build_preview(QBoxLayout *layout);
+    void build_scene_list(QBoxLayout *layout);
+    void build_scene_buttons(QBoxLayout *layout);
+    void build_stream_buttons(QBoxLayout *layout);
+    void build_status(QBoxLayout *layout);
+    void add_scene_item(const std::string &name, const std::string &active);
+    void set_scene_buttons_enabled(bool add, bool others);
+    void scenes_edited();
+
+    VerticalCanvas *canvas;
+    VerticalOutput *output;
+    VerticalPreviewWidget *preview = nullptr;
+    QLabel *sceneLabel = nullptr;
+    QListWidget *sceneList = nullptr;
+    QPushButton *addButton = nullptr;
+    QPushButton *removeButton = nullptr;
+    QPushButton *renameButton = nullptr;
+    QPushButton *assignButton = nullptr;
+    QPushButton *startButton = nullptr;
+    QPushButton *stopButton = nullptr;
+    QLabel *statusLabel = nullptr;
+    QTimer *statusTimer = nullptr;
+};
+
+} // namespace corvane
