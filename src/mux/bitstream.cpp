@@ -122,10 +122,6 @@ std::string nal_types_string(Bytes payload, size_t limit) {
     return "[" + types + "]";
 }
 
-bool is_avcc(Bytes extradata) {
-    return !extradata.empty() && extradata[0] == 1;
-}
-
 Block avcc_to_annexb_headers(Bytes avcc) {
     if (avcc.size() < kSmallestAvcc || avcc[0] != kAvccVersion) {
         return {};

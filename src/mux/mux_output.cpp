@@ -57,11 +57,18 @@ bool MuxOutput::start() {
     }
     // Without the lock: libobs takes its own here, and packets come in with those held.
     const bool begun = begin_capture();
+    std::unique_lock lock(mutex_);
     if (!begun) {
-        const std::scoped_lock lock(mutex_);
         active_ = false;
+        return false;
     }
-    return begun;
+    if (!active_ && !fatal_) {
+        // An encoder failed at once: libobs stopped us before it took us for started, so that
+        // stop ended nothing.
+        lock.unlock();
+        obs_output_end_data_capture(output_);
+    }
+    return true;
 }
 
 // The muxer waits for packets: the codec headers that its streams need exist only after each

@@ -56,8 +56,12 @@ void MuxOutput::stop_with_error() {
     obs_output_signal_stop(output_, OBS_OUTPUT_ERROR);
 }
 
-// The first keyframe and the first packet of each track are enough to start the stream with.
+// The first keyframe and the first packet of each track are enough to start the stream with. One
+// without payload would be dropped later anyway, and the host's allocator ends the process over it.
 void MuxOutput::hold_packet(const encoder_packet &packet) {
+    if (!packet.data || packet.size == 0) {
+        return;
+    }
     if (packet.type == OBS_ENCODER_VIDEO) {
         if (packet.keyframe && !pending_video_) {
             pending_video_.emplace(EncodedPacket(packet));

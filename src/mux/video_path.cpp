@@ -16,9 +16,9 @@ int64_t frame_duration_of(const AVStream &stream) {
     return frame_duration(stream.avg_frame_rate, stream.time_base);
 }
 
-void log_ready(const char *path, const AVPacket &packet, bool idr) {
+void log_ready(const char *event, const AVPacket &packet, bool idr) {
     const Bytes payload = payload_of(packet);
-    log_info("%s-ready: key=%d pts=%lld dts=%lld dur=%lld annexb=%d idr=%d aud=%d size=%d", path,
+    log_info("%s: key=%d pts=%lld dts=%lld dur=%lld annexb=%d idr=%d aud=%d size=%d", event,
         (packet.flags & AV_PKT_FLAG_KEY) != 0, static_cast<long long>(packet.pts),
         static_cast<long long>(packet.dts), static_cast<long long>(packet.duration),
         is_annexb(payload), idr, has_aud(payload), packet.size);
@@ -121,7 +121,7 @@ const char *PacketPath::process_annexb(
     if (!has_aud(payload_of(packet)) && !prepend_aud(packet)) {
         return "failed to prepend AUD";
     }
-    log_ready("direct", packet, idr);
+    log_ready("direct-ready", packet, idr);
     enqueue_packet(muxer, packet, true);
     return nullptr;
 }
@@ -177,7 +177,7 @@ const char *PacketPath::finish_filtered(
         return "failed to prepend AUD";
     }
     fix_monotonic_ts(packet.pts, packet.dts, stream_.last_video_dts);
-    log_ready("bsf", packet, idr);
+    log_ready("bsf-ready", packet, idr);
     enqueued = enqueue_packet(muxer, packet, true);
     return nullptr;
 }

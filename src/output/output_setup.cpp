@@ -118,6 +118,9 @@ void VerticalOutput::release_all() {
         signal_handler_disconnect(
             obs_output_get_signal_handler(output_), "stop", on_output_stop, output_.Get());
         wait_until_inactive(output_);
+        // A stop of ours that met an output ending by itself has reset the event that libobs waits
+        // for when it destroys the output; ending it once more sets the event.
+        obs_output_end_data_capture(output_);
         output_ = nullptr;
     }
     release_audio_encoders();

@@ -40,12 +40,12 @@ public:
         if (!window) {
             return;
         }
-        if (dock_) {
+        if (dock) {
             attach_dock();
             return;
         }
-        dock_ = new VerticalDock(module_state.canvas, module_state.output, window);
-        obs_frontend_add_dock_by_id(kDockId, "Vertical Canvas", dock_);
+        dock = new VerticalDock(module_state.canvas, module_state.output, window);
+        obs_frontend_add_dock_by_id(kDockId, "Vertical Canvas", dock);
         QDockWidget *host_dock = host_dock_widget(*window);
         if (host_dock && module_state.global_config) {
             restore_dock_placement(*window, *host_dock);
@@ -55,15 +55,15 @@ public:
     }
 
     void attach_dock() override {
-        if (dock_) {
-            dock_->setRuntime(module_state.canvas, module_state.output);
-            dock_->refreshSceneList();
+        if (dock) {
+            dock->setRuntime(module_state.canvas, module_state.output);
+            dock->refreshSceneList();
         }
     }
 
     void detach_dock() override {
-        if (dock_) {
-            dock_->setRuntime(nullptr, nullptr);
+        if (dock) {
+            dock->setRuntime(nullptr, nullptr);
         }
     }
 
@@ -77,7 +77,7 @@ public:
 
 private:
     // The main window owns the widget.
-    QPointer<VerticalDock> dock_;
+    QPointer<VerticalDock> dock;
 };
 
 } // namespace

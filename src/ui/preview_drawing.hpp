@@ -24,8 +24,12 @@ constexpr PreviewViewport preview_viewport(
     const float scale = std::min(static_cast<float>(cx) / width, static_cast<float>(cy) / height);
     const auto shown_width = static_cast<uint32_t>(scale * width);
     const auto shown_height = static_cast<uint32_t>(scale * height);
-    return {static_cast<int>((cx - shown_width) >> 1), static_cast<int>((cy - shown_height) >> 1),
-        static_cast<int>(shown_width), static_cast<int>(shown_height)};
+    return {
+        .x = static_cast<int>((cx - shown_width) >> 1),
+        .y = static_cast<int>((cy - shown_height) >> 1),
+        .width = static_cast<int>(shown_width),
+        .height = static_cast<int>(shown_height),
+    };
 }
 
 // Draws the source of the active vertical scene as the canvas shows it, into a display of cx × cy

@@ -38,9 +38,14 @@ QFormLayout *add_form(QGroupBox *group) {
 struct SpinRange {
     int least;
     int most;
-    int step;
-    const char *suffix;
+    int step = 1;
+    const char *suffix = "";
 };
+
+constexpr SpinRange kBitrate{.least = 500, .most = 51000, .step = 100, .suffix = " kbps"};
+constexpr SpinRange kPixels{.least = 16, .most = 7680, .step = 2, .suffix = " px"};
+constexpr SpinRange kFpsNum{.least = 1, .most = 240};
+constexpr SpinRange kFpsDen{.least = 1, .most = 1000};
 
 QSpinBox *make_spin(const SpinRange &range, const char *object_name, const char *label) {
     auto *spin = new QSpinBox;
@@ -122,7 +127,7 @@ QGroupBox *SettingsDialog::build_stream_group() {
 QGroupBox *SettingsDialog::build_encoding_group() {
     auto *group = new QGroupBox(QStringLiteral("Encoding"));
     QFormLayout *form = add_form(group);
-    bitrateSpin = make_spin({500, 51000, 100, " kbps"}, "bitrateSpin", "Video bitrate");
+    bitrateSpin = make_spin(kBitrate, "bitrateSpin", "Video bitrate");
     form->addRow(QStringLiteral("Video Bitrate:"), bitrateSpin);
 
     presetCombo = new QComboBox;
@@ -138,13 +143,13 @@ QGroupBox *SettingsDialog::build_encoding_group() {
 QGroupBox *SettingsDialog::build_canvas_group() {
     auto *group = new QGroupBox(QStringLiteral("Canvas"));
     QFormLayout *form = add_form(group);
-    widthSpin = make_spin({16, 7680, 2, " px"}, "widthSpin", "Canvas width");
-    heightSpin = make_spin({16, 7680, 2, " px"}, "heightSpin", "Canvas height");
+    widthSpin = make_spin(kPixels, "widthSpin", "Canvas width");
+    heightSpin = make_spin(kPixels, "heightSpin", "Canvas height");
     form->addRow(QStringLiteral("Width:"), widthSpin);
     form->addRow(QStringLiteral("Height:"), heightSpin);
 
-    fpsNumSpin = make_spin({1, 240, 1, ""}, "fpsNumSpin", "Frame rate numerator");
-    fpsDenSpin = make_spin({1, 1000, 1, ""}, "fpsDenSpin", "Frame rate denominator");
+    fpsNumSpin = make_spin(kFpsNum, "fpsNumSpin", "Frame rate numerator");
+    fpsDenSpin = make_spin(kFpsDen, "fpsDenSpin", "Frame rate denominator");
     auto *slash = new QLabel(QStringLiteral("/"));
     slash->setFixedWidth(12);
     slash->setAlignment(Qt::AlignCenter);
