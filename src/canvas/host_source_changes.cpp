@@ -65,8 +65,10 @@ void VerticalCanvas::follow_host_sources() {
                 entry.source_name.c_str());
             release_source(entry);
             place_source(entry, nullptr);
-        } else {
-            entry.source_name = obs_source_get_name(entry.source);
+        } else if (const char *name = obs_source_get_name(entry.source);
+            entry.source_name != name) {
+            entry.source_name = name;
+            ++source_renames_;
         }
     }
 }

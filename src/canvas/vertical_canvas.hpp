@@ -77,6 +77,9 @@ public:
     // Empty when the scene does not exist or has no source.
     std::string scene_source_name(const std::string &scene_name) const;
 
+    // Grows whenever the host gives an assigned source another name. Any thread.
+    uint32_t source_renames() const { return source_renames_; }
+
     // The source assigned to the active scene, or null; borrowed, takes no lock.
     // On the graphics thread, inside the graphics context (as a display's draw callback is),
     // the pointer stays good until the context is left: release_source() publishes the change
@@ -131,6 +134,7 @@ private:
 
     // Mirrors the active entry's source for readers without the lock.
     std::atomic<obs_source_t *> active_source_{nullptr};
+    std::atomic<uint32_t> source_renames_ = 0;
     // Connected and disconnected without mutex_: libobs holds the signal's own lock while it
     // calls on_video_reset, which takes mutex_.
     OBSSignal video_reset_;

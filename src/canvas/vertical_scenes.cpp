@@ -108,11 +108,14 @@ bool VerticalCanvas::assign_scene_source(
 
     if (source_name.empty()) {
         place_source(entry, nullptr);
+        // The active scene may show the same source, whose marker went with this assignment.
+        apply_active_audio();
         log_info("Scene '%s': source cleared", scene_name.c_str());
         return true;
     }
     OBSSourceAutoRelease source = obs_get_source_by_name(source_name.c_str());
-    if (!source) {
+    if (!source || obs_source_removed(source)) {
+        apply_active_audio();
         // The private scene keeps its old picture, and the name waits for a source that may
         // still come.
         log_warning("assign_scene_source — OBS source not found: %s", source_name.c_str());

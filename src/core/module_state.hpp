@@ -28,7 +28,7 @@ struct ModuleState {
     // locks. Recursive, so that what runs under it may save the settings or the scene list.
     std::recursive_mutex runtime_mutex;
 
-    // The runtime of the current profile: both set or both null.
+    // The PluginRuntime of the current profile: both set or both null.
     VerticalCanvas *canvas = nullptr;
     VerticalOutput *output = nullptr;
     // What the runtime was last created with.

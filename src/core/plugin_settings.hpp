@@ -89,8 +89,8 @@ using ProfileKey = Key<T, &ModuleState::profile_config>;
 template <typename T>
 using GlobalKey = Key<T, &ModuleState::global_config>;
 
-// The stream and the canvas, per profile. The canvas's five values are read only when the
-// runtime is created; the stream's reach the live output with every save.
+// PluginConfig: the stream and the canvas, per profile. The canvas's five values are read only when
+// the runtime is created; the stream's reach the live output with every save.
 inline const ProfileKey<const char *> rtmpurl{"rtmpurl", ""};
 inline const ProfileKey<const char *> streamkey{"streamkey", ""};
 inline const ProfileKey<uint32_t> videobitrate{"videobitrate", 4000}; // kbit/s
@@ -102,8 +102,8 @@ inline const ProfileKey<bool> autostartwithmain{"autostartwithmain", true};
 inline const ProfileKey<const char *> encoderpreset{"encoderpreset", "veryfast"};
 inline const ProfileKey<bool> useactivesceneaudio{"useactivesceneaudio", true};
 
-// Where the dock was, for all profiles. The area is the toolkit's number, 2 the right side; the
-// geometry is base64.
+// DockState: where the dock was, for all profiles. The area is the toolkit's number, 2 the right
+// side; the geometry is base64.
 inline const GlobalKey<bool> dockvisible{"dockvisible", true};
 inline const GlobalKey<bool> dockfloating{"dockfloating", true};
 inline const GlobalKey<int32_t> dockarea{"dockarea", 2};

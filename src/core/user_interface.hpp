@@ -6,7 +6,7 @@
 namespace corvane {
 
 // What the module shows in the host's main window. Declared here and made in src/ui, so that the
-// core knows no widget. UI thread, with runtime_mutex held.
+// core needs none of those widgets. UI thread, with runtime_mutex held.
 class UserInterface {
 public:
     virtual ~UserInterface() = default;
@@ -17,12 +17,13 @@ public:
     // Creates the dock and hands it to the host; when it exists already, only attaches it.
     virtual void register_dock() = 0;
 
-    // Hand the current runtime to the dock / take it away before it is destroyed. Nothing happens
-    // while there is no dock.
+    // Hand the current runtime to the dock / take it away before it is destroyed, and close the
+    // settings of its profile. Nothing happens to a dock that does not exist.
     virtual void attach_dock() = 0;
     virtual void detach_dock() = 0;
 
-    // Writes where the dock is into the global config, without saving the file.
+    // Writes where the dock is (the DockState keys) into the global config, without saving the
+    // file.
     virtual void record_dock_state() = 0;
 };
 

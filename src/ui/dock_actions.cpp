@@ -4,6 +4,7 @@
 #include "canvas/vertical_canvas.hpp"
 #include "core/scene_list_store.hpp"
 #include "output/vertical_output.hpp"
+#include "ui/message_box.hpp"
 #include "ui/scene_config_dialog.hpp"
 #include "ui/vertical_dock.hpp"
 
@@ -11,7 +12,7 @@
 
 #include <QInputDialog>
 #include <QListWidget>
-#include <QMessageBox>
+#include <QPointer>
 
 namespace corvane {
 
@@ -21,17 +22,9 @@ QString scene_of(const QListWidgetItem *item) {
     return item ? item->data(Qt::UserRole).toString() : QString();
 }
 
-// A name may look like markup, so no box may take its text for that.
-QMessageBox::StandardButton ask(QWidget *dock, QMessageBox::Icon icon, const QString &title,
-    const QString &text, QMessageBox::StandardButtons buttons) {
-    QMessageBox box(icon, title, text, buttons, dock);
-    box.setTextFormat(Qt::PlainText);
-    return static_cast<QMessageBox::StandardButton>(box.exec());
-}
-
 // Quotes the name as typed, so that blanks around it show.
 void warn_name_taken(QWidget *dock, const QString &title, const QString &typed) {
-    ask(dock, QMessageBox::Warning, title,
+    show_message(dock, QMessageBox::Warning, title,
         QStringLiteral("A scene named \"") + typed + QStringLiteral("\" already exists."),
         QMessageBox::Ok);
 }
@@ -77,7 +70,7 @@ void VerticalDock::onRemoveScene() {
         return;
     }
     const QString name = scene_of(item);
-    const auto answer = ask(this, QMessageBox::Question, QStringLiteral("Remove Scene"),
+    const auto answer = show_message(this, QMessageBox::Question, QStringLiteral("Remove Scene"),
         QStringLiteral("Remove scene \"") + name + QStringLiteral("\"? This cannot be undone."),
         QMessageBox::Yes | QMessageBox::Cancel);
     if (answer == QMessageBox::Yes && canvas) {
@@ -113,14 +106,22 @@ void VerticalDock::onConfigureScene() {
     }
     const QString scene = scene_of(sceneList->currentItem());
     if (scene.isEmpty()) {
-        QMessageBox::information(this, QStringLiteral("Configure Scene"),
+        show_message(this, QMessageBox::Information, QStringLiteral("Configure Scene"),
             QStringLiteral("Select a scene from the list first."), QMessageBox::Ok);
         return;
     }
     const std::string name = scene.toStdString();
-    SceneConfigDialog dialog(scene, QString::fromStdString(canvas->scene_source_name(name)), this);
-    if (dialog.exec() == QDialog::Accepted && canvas) {
-        canvas->assign_scene_source(name, dialog.selectedSource().toStdString());
+    const QString current = QString::fromStdString(canvas->scene_source_name(name));
+    // Not on the stack: the host's window can be closed under it, see show_message().
+    const QPointer<SceneConfigDialog> dialog = new SceneConfigDialog(scene, current, this);
+    const bool accepted = dialog->exec() == QDialog::Accepted;
+    if (!dialog) {
+        return; // and this dock is gone, too
+    }
+    const std::string selected = dialog->selectedSource().toStdString();
+    delete dialog;
+    if (accepted && canvas) {
+        canvas->assign_scene_source(name, selected);
         scenes_edited();
     }
 }

@@ -50,6 +50,10 @@ public:
         if (host_dock && module_state.global_config) {
             restore_dock_placement(*window, *host_dock);
         }
+        if (host_dock) {
+            QObject::connect(
+                host_dock, &QDockWidget::visibilityChanged, dock, &VerticalDock::setPreviewShown);
+        }
         log_info("Vertical Canvas dock registered");
         attach_dock();
     }
@@ -64,6 +68,11 @@ public:
     void detach_dock() override {
         if (dock) {
             dock->setRuntime(nullptr, nullptr);
+        }
+        // What an open settings dialog shows belongs to the profile that goes.
+        const QMainWindow *window = main_window();
+        if (auto *dialog = window ? window->findChild<SettingsDialog *>() : nullptr) {
+            dialog->reject();
         }
     }
 

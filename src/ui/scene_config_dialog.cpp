@@ -16,7 +16,10 @@ SceneConfigDialog::SceneConfigDialog(
     const QString &sceneName, const QString &currentSource, QWidget *parent)
     : QDialog(parent) {
     setObjectName(QStringLiteral("CorvaneSceneConfigDialog"));
-    setWindowTitle(QStringLiteral("Assign OBS Scene — ") + sceneName);
+    // In a title "[*]" stands for the mark of an edited document, and twice for itself.
+    const QString shown =
+        QString(sceneName).replace(QStringLiteral("[*]"), QStringLiteral("[*][*]"));
+    setWindowTitle(QStringLiteral("Assign OBS Scene — ") + shown);
     setMinimumSize(320, 400);
     auto *layout = new QVBoxLayout(this);
 

@@ -3,6 +3,7 @@
 
 #include "core/plugin_settings.hpp"
 #include "core/runtime.hpp"
+#include "ui/message_box.hpp"
 #include "ui/widget_names.hpp"
 
 #include <obs-frontend-api.h>
@@ -15,12 +16,12 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <cstdint>
 
 namespace corvane {
 
@@ -199,7 +200,7 @@ void SettingsDialog::on_toggle_key_visibility(bool shown) {
 // The URL is stored as typed; only the test for emptiness trims it.
 void SettingsDialog::on_save_clicked() {
     if (urlEdit->text().trimmed().isEmpty()) {
-        QMessageBox::warning(this, QStringLiteral("Validation"),
+        show_message(this, QMessageBox::Warning, QStringLiteral("Validation"),
             QStringLiteral("RTMP URL cannot be empty."), QMessageBox::Ok);
         return;
     }

@@ -16,6 +16,8 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include <vector>
+
 namespace corvane {
 
 namespace {
@@ -24,11 +26,43 @@ constexpr int kStatusIntervalMs = 500;
 constexpr const char *kIdleStyle = "font-size: 11px; color: #888;";
 constexpr const char *kStreamingStyle = "font-size: 11px; color: #4caf50; font-weight: bold;";
 
-QPushButton *make_button(
-    QWidget *parent, const char *text, const char *object_name, const char *tool_tip) {
-    auto *button = new QPushButton(QString::fromUtf8(text), parent);
-    button->setToolTip(QString::fromUtf8(tool_tip));
-    name_widget(button, object_name, tool_tip);
+struct Button {
+    const char *text;
+    const char *object_name;
+    const char *accessible_name;
+    const char *tool_tip;
+};
+
+constexpr Button kAdd{.text = "+ Add",
+    .object_name = "addButton",
+    .accessible_name = "Add scene",
+    .tool_tip = "Add a new vertical scene"};
+constexpr Button kRemove{.text = "- Remove",
+    .object_name = "removeButton",
+    .accessible_name = "Remove scene",
+    .tool_tip = "Remove selected scene"};
+constexpr Button kRename{.text = "Rename",
+    .object_name = "renameButton",
+    .accessible_name = "Rename scene",
+    .tool_tip = "Rename selected scene"};
+constexpr Button kAssign{.text = "Assign OBS Scene",
+    .object_name = "assignButton",
+    .accessible_name = "Assign OBS scene",
+    .tool_tip = "Assign an OBS scene to this vertical slot. Build your 9:16 layout in OBS's scene "
+                "editor -- changes appear live."};
+constexpr Button kStart{.text = "Start",
+    .object_name = "startButton",
+    .accessible_name = "Start vertical stream",
+    .tool_tip = "Start vertical stream"};
+constexpr Button kStop{.text = "Stop",
+    .object_name = "stopButton",
+    .accessible_name = "Stop vertical stream",
+    .tool_tip = "Stop vertical stream"};
+
+QPushButton *make_button(QWidget *parent, const Button &description) {
+    auto *button = new QPushButton(QString::fromUtf8(description.text), parent);
+    button->setToolTip(QString::fromUtf8(description.tool_tip));
+    name_widget(button, description.object_name, description.accessible_name);
     return button;
 }
 
@@ -103,12 +137,10 @@ void VerticalDock::build_scene_buttons(QBoxLayout *layout) {
     auto *grid = new QGridLayout;
     grid->setSpacing(4);
     grid->setContentsMargins(0, 0, 0, 0);
-    addButton = make_button(this, "+ Add", "addButton", "Add a new vertical scene");
-    removeButton = make_button(this, "- Remove", "removeButton", "Remove selected scene");
-    renameButton = make_button(this, "Rename", "renameButton", "Rename selected scene");
-    assignButton = make_button(this, "Assign OBS Scene", "assignButton",
-        "Assign an OBS scene to this vertical slot. Build your 9:16 layout in OBS's scene editor "
-        "-- changes appear live.");
+    addButton = make_button(this, kAdd);
+    removeButton = make_button(this, kRemove);
+    renameButton = make_button(this, kRename);
+    assignButton = make_button(this, kAssign);
     connect(addButton, &QPushButton::clicked, this, &VerticalDock::onAddScene);
     connect(removeButton, &QPushButton::clicked, this, &VerticalDock::onRemoveScene);
     connect(renameButton, &QPushButton::clicked, this, &VerticalDock::onRenameScene);
@@ -123,8 +155,8 @@ void VerticalDock::build_scene_buttons(QBoxLayout *layout) {
 void VerticalDock::build_stream_buttons(QBoxLayout *layout) {
     auto *row = new QHBoxLayout;
     row->setSpacing(6);
-    startButton = make_button(this, "Start", "startButton", "Start vertical stream");
-    stopButton = make_button(this, "Stop", "stopButton", "Stop vertical stream");
+    startButton = make_button(this, kStart);
+    stopButton = make_button(this, kStop);
     connect(startButton, &QPushButton::clicked, this, &VerticalDock::onStartClicked);
     connect(stopButton, &QPushButton::clicked, this, &VerticalDock::onStopClicked);
     row->addWidget(startButton);
@@ -134,7 +166,7 @@ void VerticalDock::build_stream_buttons(QBoxLayout *layout) {
 
 void VerticalDock::build_status(QBoxLayout *layout) {
     statusLabel = new QLabel(QStringLiteral("Stopped"), this);
-    name_widget(statusLabel, "statusLabel", "Vertical stream status");
+    statusLabel->setObjectName(QStringLiteral("statusLabel"));
     statusLabel->setAlignment(Qt::AlignCenter);
     statusLabel->setStyleSheet(QString::fromUtf8(kIdleStyle));
     layout->addWidget(statusLabel);
@@ -156,9 +188,14 @@ void VerticalDock::setRuntime(VerticalCanvas *new_canvas, VerticalOutput *new_ou
     onStatusTick();
 }
 
+void VerticalDock::setPreviewShown(bool shown) {
+    preview->setVisible(shown);
+}
+
 void VerticalDock::refreshSceneList() {
     const QSignalBlocker blocker(sceneList);
     sceneList->clear();
+    shownRenames = canvas ? canvas->source_renames() : 0;
     if (!canvas) {
         sceneLabel->setText(active_scene_text(QString()));
         set_scene_buttons_enabled(false, false);
@@ -201,6 +238,9 @@ void VerticalDock::onActiveSceneChanged(const QString &sceneName) {
 }
 
 void VerticalDock::onStatusTick() {
+    if (canvas && canvas->source_renames() != shownRenames) {
+        scenes_edited();
+    }
     const bool active = output && output->is_active();
     startButton->setEnabled(output && !active);
     stopButton->setEnabled(active);

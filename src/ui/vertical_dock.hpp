@@ -4,6 +4,9 @@
 #include <QString>
 #include <QWidget>
 
+#include <cstdint>
+#include <string>
+
 class QBoxLayout;
 class QLabel;
 class QListWidget;
@@ -31,6 +34,10 @@ public:
 
     // Reads scenes and assignments back from the canvas.
     void refreshSceneList();
+
+    // Whether anybody can see the dock: one that lies under another tab counts as shown for the
+    // toolkit, and the preview would go on rendering.
+    void setPreviewShown(bool shown);
 
 public Q_SLOTS:
     void onActiveSceneChanged(const QString &sceneName);
@@ -66,6 +73,7 @@ private:
     QPushButton *stopButton = nullptr;
     QLabel *statusLabel = nullptr;
     QTimer *statusTimer = nullptr;
+    uint32_t shownRenames = 0; // the canvas's count when the list was filled
 };
 
 } // namespace corvane
