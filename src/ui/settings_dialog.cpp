@@ -116,6 +116,8 @@ QGroupBox *SettingsDialog::build_stream_group() {
     keyToggle = new QPushButton(QStringLiteral("Show"));
     keyToggle->setCheckable(true);
     keyToggle->setFixedWidth(52);
+    // The host's themes pad buttons so much that the text would not fit.
+    keyToggle->setStyleSheet(QStringLiteral("padding-left: 0px; padding-right: 0px;"));
     name_widget(keyToggle, "keyToggle", "Show the stream key");
     connect(keyToggle, &QPushButton::toggled, this, &SettingsDialog::on_toggle_key_visibility);
     auto *key_row = new QHBoxLayout;

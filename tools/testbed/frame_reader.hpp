@@ -36,6 +36,7 @@ public:
     ~FrameReader() {
         obs_output_stop(output_);
         EXPECT_TRUE(wait_until([this] { return !obs_output_active(output_); }));
+        const std::scoped_lock after_the_last_frame(mutex_);
     }
     FrameReader(const FrameReader &) = delete;
     FrameReader &operator=(const FrameReader &) = delete;

@@ -33,6 +33,7 @@ LoadedModule::~LoadedModule() {
     if (loaded_) {
         unload();
     }
+    StandInFrontend::get().main_window = nullptr;
     EXPECT_TRUE(StandInFrontend::get().callbacks.empty());
     EXPECT_FALSE(live());
 }
@@ -80,6 +81,14 @@ void *LoadedModule::find(const char *name) const {
 void write_file(const std::filesystem::path &file, const std::string &text) {
     std::filesystem::create_directories(file.parent_path());
     std::ofstream(file) << text;
+}
+
+void write_file(const std::filesystem::path &file, const Lines &lines) {
+    std::string text;
+    for (const std::string &line : lines) {
+        text += line + '\n';
+    }
+    write_file(file, text);
 }
 
 Lines read_lines(const std::filesystem::path &file) {

@@ -58,6 +58,8 @@ private:
 };
 
 void write_file(const std::filesystem::path &file, const std::string &text);
+// Each with a line's end.
+void write_file(const std::filesystem::path &file, const Lines &lines);
 Lines read_lines(const std::filesystem::path &file);
 
 } // namespace corvane::test

@@ -14,6 +14,7 @@ namespace corvane::test {
 namespace {
 
 constexpr std::string_view kTag = "[corvane-obs-vertical] ";
+constexpr std::string_view kWidgetTag = "[corvane] ";
 constexpr size_t kTailLines = 60;
 
 char level_letter(int level) {
@@ -52,7 +53,7 @@ void LogCapture::on_line(int level, const char *format, va_list arguments, void 
     if (capture->recent_.size() > kTailLines) {
         capture->recent_.pop_front();
     }
-    if (of_module) {
+    if (of_module || text.starts_with(kWidgetTag)) {
         capture->module_lines_.push_back(line);
         if (const auto hook = capture->hook_) {
             lock.unlock();

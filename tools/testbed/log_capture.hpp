@@ -14,7 +14,8 @@ namespace corvane::test {
 using Lines = std::vector<std::string>;
 
 // Keeps what is written to the host's log. The module's own lines are kept without their tag
-// and with a letter for their level (E, W, I, D), as in "W Scene already exists: Intro".
+// and with a letter for their level (E, W, I, D), as in "W Scene already exists: Intro"; those of
+// its widgets keep their own tag.
 class LogCapture {
 public:
     static LogCapture &get();

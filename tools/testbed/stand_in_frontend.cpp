@@ -43,6 +43,9 @@ void *obs_frontend_get_main_window() {
 
 bool obs_frontend_add_dock_by_id(const char *id, const char *title, void *widget) {
     QMainWindow *window = StandInFrontend::get().main_window;
+    if (!window) {
+        return false;
+    }
     auto *dock = new QDockWidget(QString::fromUtf8(title), window);
     dock->setObjectName(QString::fromUtf8(id));
     dock->setWidget(static_cast<QWidget *>(widget));
@@ -57,7 +60,6 @@ void obs_frontend_add_tools_menu_item(const char *name, obs_frontend_cb callback
 
 void obs_frontend_get_scenes(obs_frontend_source_list *sources) {
     for (obs_source_t *scene : StandInFrontend::get().scenes) {
-        obs_source_t *reference = obs_source_get_ref(scene);
-        da_push_back(sources->sources, &reference);
+        *da_push_back_new(sources->sources) = obs_source_get_ref(scene);
     }
 }

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "testbed/loaded_module.hpp"
+#include "testbed/person.hpp"
+
+#include <QDockWidget>
+#include <QMainWindow>
+
+namespace corvane::test {
+
+namespace {
+
+class DockInWindowTest : public LoadedModule {
+protected:
+    DockInWindowTest() { StandInFrontend::get().main_window = &window; }
+
+    QMainWindow window;
+};
+
+// The dock must be where the user left it, there once, and on a first run where it is noticed.
+TEST_F(DockInWindowTest, ComesBackWhereItWas) {
+    window.show();
+    const std::string docked = "dockfloating=false\ndockarea=";
+    for (const auto &[file, state, area] : std::vector<std::tuple<std::string, std::string, int>>{
+             {"", "floating=yes, visible=yes", 2}, {docked + "0", "floating=no, visible=yes", 2},
+             {docked + "1", "floating=no, visible=yes", 1},
+             {docked + "-8\ndockvisible=false", "floating=no, visible=no", 2},
+             {"dockvisible=false\ndockgeometry=?!", "floating=yes, visible=no", 2}}) {
+        write_file(global_file(), {"[VerticalCanvas]", file});
+        ASSERT_TRUE(load());
+        send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
+        send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
+        const auto docks = window.findChildren<QDockWidget *>("corvane-vertical-canvas");
+        ASSERT_EQ(docks.size(), 1);
+        QDockWidget &dock = *docks.front();
+        EXPECT_EQ(window.dockWidgetArea(&dock), area) << file;
+        const std::string floating = dock.isFloating() ? "true" : "false";
+        const std::string visible = dock.isVisible() ? "true" : "false";
+        const std::string geometry = dock.saveGeometry().toBase64().toStdString();
+        send(OBS_FRONTEND_EVENT_EXIT);
+        EXPECT_EQ(log.take().back(), "I Dock state saved (" + state + ")") << file;
+        unload();
+        delete &dock;
+        EXPECT_THAT(read_lines(global_file()),
+            testing::IsSupersetOf({"dockfloating=" + floating, "dockvisible=" + visible,
+                "dockarea=" + std::to_string(area), "dockgeometry=" + geometry}));
+    }
+}
+
+// Between two profiles and after a failed change the dock must hold on to nothing; the user must be
+// told of it once the handler has returned, and events be answered; a good profile mends it all.
+TEST_F(DockInWindowTest, FollowsTheProfile) {
+    write_file(global_file(), "[Scenes]\ncount=2\nactivescene=B\nscene_0_name=A\nscene_1_name=B");
+    ASSERT_TRUE(load());
+    send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
+    const std::string shown = "Scene: B| A|► B*@|+ A- RRenAssSta|Stopped";
+    const std::string dead = "No active scene||No output";
+    const std::string box =
+        "Corvane Vertical Canvas|Failed to rebuild the vertical canvas after profile "
+        "switch.\n\nRestart OBS before using the vertical output again.";
+    std::string between;
+    log.at_each_line([&](const std::string &line) {
+        between = line == "I VerticalOutput destroyed" ? seen(window) : between;
+    });
+    for (const std::string ini :
+        {"canvaswidth=64", "canvasheight=0", "canvaswidth=wide", "fpsden=0", ""}) {
+        use_profile(ini, "[VerticalCanvas]\n" + ini);
+        const bool good = ini.empty() || ini.ends_with("64");
+        bool returned = false;
+        EXPECT_EQ(answering(
+                      "=>OK",
+                      [&] {
+                          send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
+                          returned = true;
+                          EXPECT_EQ(seen(window), good ? shown : dead) << ini;
+                          EXPECT_EQ(log.take().back() ==
+                                        "E Failed to rebuild vertical runtime after profile change",
+                              !good);
+                          send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
+                          good ? void() : send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+                          EXPECT_TRUE(log.take().empty());
+                          QCoreApplication::processEvents();
+                      },
+                      [&](QWidget &) { EXPECT_TRUE(returned); }),
+            good ? "" : box);
+    }
+    log.at_each_line({});
+    EXPECT_EQ(between, dead);
+    const auto &[text, open] = StandInFrontend::get().tools_menu.back();
+    EXPECT_EQ(text, "Corvane Vertical Streaming Settings");
+    EXPECT_EQ(answering("=>Cancel", open), "Vertical Canvas — Settings|");
+}
+
+} // namespace
+
+} // namespace corvane::test
