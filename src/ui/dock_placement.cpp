@@ -7,6 +7,7 @@
 #include <QByteArray>
 #include <QDockWidget>
 #include <QMainWindow>
+#include <QWindow>
 
 namespace corvane {
 
@@ -16,10 +17,17 @@ const char *yes_no(bool value) {
     return value ? "yes" : "no";
 }
 
-void restore_geometry(QDockWidget &dock) {
+// Whether there was one to restore.
+bool restore_geometry(QDockWidget &dock) {
     const char *geometry = settings::dockgeometry.get();
-    if (geometry && *geometry) {
-        dock.restoreGeometry(QByteArray::fromBase64(geometry));
+    return geometry && *geometry && dock.restoreGeometry(QByteArray::fromBase64(geometry));
+}
+
+// A dock that begins to float leaves its place to the window manager; the restored one is meant.
+void keep_place(QDockWidget &dock) {
+    dock.setAttribute(Qt::WA_Moved);
+    if (QWindow *window = dock.windowHandle()) {
+        window->setFramePosition(dock.pos());
     }
 }
 
@@ -34,11 +42,14 @@ void dock_into(QMainWindow &window, QDockWidget &dock, int area) {
 } // namespace
 
 void restore_dock_placement(QMainWindow &window, QDockWidget &dock) {
-    restore_geometry(dock);
+    const bool placed = restore_geometry(dock);
     if (settings::dockfloating.written() && !settings::dockfloating.get()) {
         dock_into(window, dock, settings::dockarea.get());
     } else {
         dock.setFloating(true);
+        if (placed) {
+            keep_place(dock);
+        }
     }
     dock.setVisible(!settings::dockvisible.written() || settings::dockvisible.get());
 }

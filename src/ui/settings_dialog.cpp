@@ -98,6 +98,9 @@ SettingsDialog::SettingsDialog(QWidget *parent)
     layout->addWidget(buttons);
 
     load();
+    // Left to itself a dialog opens no higher than a part of the screen, too low for its rows.
+    ensurePolished();
+    resize(minimumWidth(), layout->totalHeightForWidth(minimumWidth()));
 }
 
 QGroupBox *SettingsDialog::build_stream_group() {

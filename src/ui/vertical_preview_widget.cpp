@@ -66,6 +66,8 @@ void VerticalPreviewWidget::showEvent(QShowEvent *event) {
     winId();
     if (QWindow *window = windowHandle()) {
         window->installEventFilter(this);
+        // The toolkit gives the window its size only after this event; libobs takes it from there.
+        window->resize(size());
     }
     if (!display) {
         create_display();
