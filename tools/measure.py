@@ -1,21 +1,28 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""Two measurements in the real host, for a quiet machine.
+"""Measurements in the real host, for a quiet machine.
 
 clock  what a host at another frame rate than the canvas does to the received stream's clock
 cost   what the module costs the host: start-up, idle, and the main stream beside the vertical one
+pauses for how long the host's event loop stands still while the dock starts and stops a stream
 """
 
 import argparse
 import os
 import shutil
+import socket
 import statistics
 import tempfile
 import time
+from collections.abc import Callable
+from contextlib import suppress
 from pathlib import Path
 
+import websocket
+
 from livehost import remote, waiting
-from livehost.folder import HostFolder, Profile, Source, built_module
+from livehost.folder import HostFolder, Profile, Source, built_module, driver_beside
+from livehost.hands import Hands
 from livehost.host import FrameCount, LiveHost
 from livehost.received import Received
 from livehost.scene import clip_source, make_clip, marking_source
@@ -128,11 +135,46 @@ def measure_cost(bench: Bench, seconds: float, rounds: int) -> None:
         print(f"{figure:<18} {bare:9.1f} {ours:9.1f} {ours - bare:9.1f}")
 
 
+def pause(hands: Hands, action: Callable[[], object], seconds: float) -> int:
+    """The longest standstill, in ms, from the action until so many seconds later."""
+    hands.longest_pause_ms()
+    action()
+    time.sleep(seconds)
+    return hands.longest_pause_ms()
+
+
+def measure_pauses(bench: Bench, seconds: float, rounds: int) -> None:
+    """Against a server that records, one that refuses, and one that takes the call and never answers.
+    A step of which the loop does not come back ends the measurement of its server."""
+    def nothing() -> None:
+        pass
+
+    with socket.create_server(("127.0.0.1", 0)) as silent:
+        servers = {"recording": bench.rtmp.url, "refusing": "rtmp://127.0.0.1:1/live",
+                   "silent": f"rtmp://127.0.0.1:{silent.getsockname()[1]}/live"}
+        print(f"{'median/longest ms':<18}" + "".join(f"{step:>12}" for step in ("nothing", "start", "live", "stop")))
+        for server, url in servers.items():
+            found: list[list[int]] = [[], [], [], []]
+            host = bench.host(bench.still, rtmpurl=url, canvaswidth=216, canvasheight=384)
+            host.folder.install_module(driver_beside(built_module()))
+            with suppress(websocket.WebSocketTimeoutException), host:
+                hands = Hands(host)
+                for _ in range(rounds):
+                    found[0].append(pause(hands, nothing, seconds))
+                    found[1].append(pause(hands, lambda: hands.click("startButton"), seconds))
+                    if len(hands.windows()) > 2:
+                        hands.press("OK")  # the box that tells of the refusal
+                    found[2].append(pause(hands, nothing, seconds))
+                    found[3].append(pause(hands, lambda: hands.click("stopButton"), seconds))
+            figures = (f"{statistics.median(step):.0f}/{max(step)}" if step else "no end" for step in found)
+            print(f"{server:<18}" + "".join(f"{figure:>12}" for figure in figures), flush=True)
+
+
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("what", choices=("clock", "cost"))
-    parser.add_argument("--seconds", type=float, help="length of one measurement (clock 60, cost 10)")
-    parser.add_argument("--rounds", type=int, default=5, help="of each kind of host (cost)")
+    parser.add_argument("what", choices=("clock", "cost", "pauses"))
+    parser.add_argument("--seconds", type=float, help="length of one measurement (clock 60, cost 10, pauses 5)")
+    parser.add_argument("--rounds", type=int, default=5, help="of each kind of host or server (cost, pauses)")
     chosen = parser.parse_args()
     with tempfile.TemporaryDirectory() as folder:
         root = Path(folder)
@@ -141,6 +183,8 @@ def main() -> None:
             print(f"load at the start {os.getloadavg()[0]:.1f}", flush=True)
             if chosen.what == "clock":
                 measure_clock(bench, chosen.seconds or 60)
+            elif chosen.what == "pauses":
+                measure_pauses(bench, chosen.seconds or 5, chosen.rounds)
             else:
                 measure_cost(bench, chosen.seconds or 10, chosen.rounds)
 

@@ -8,7 +8,7 @@ from .waiting import wait_until
 
 DOCK = "corvane-vertical-canvas"
 SETTINGS_ITEM = "Corvane Vertical Streaming Settings"
-FLOATING, LEFT, RIGHT = 0, 1, 2
+BELOW_ANOTHER, FLOATING, LEFT, RIGHT = -1, 0, 1, 2
 
 
 class Hands:
@@ -18,16 +18,24 @@ class Hands:
         self._host = host
         self._seconds = seconds
 
-    def look(self, name: str) -> dict[str, Any]:
-        """What is to be seen of a widget: "text", "enabled", "items", "x", "y", "width" and so on."""
-        return self._ask("look", name=name)["widget"]
+    def look(self, name: str | None = None) -> dict[str, Any]:
+        """What is to be seen of a widget: "text", "enabled", "items", "x", "y", "width" and so on.
+        Without a name it is the text field of the open dialog."""
+        return self._ask("look", **({"name": name} if name else {}))["widget"]
+
+    def enabled(self, *names: str) -> list[bool]:
+        return [self.look(name)["enabled"] for name in names]
 
     def sees(self, name: str) -> bool:
         return self._vendor("look", name=name)["found"]
 
-    def reads(self, name: str, text: str) -> None:
+    def reads(self, name: str, text: str, seconds: float | None = None) -> None:
         """Waits until the widget shows the text."""
-        wait_until(lambda: self.look(name)["text"] == text, self._seconds, f"{name} reading {text!r}")
+        wait_until(lambda: self.look(name)["text"] == text, seconds or self._seconds, f"{name} reading {text!r}")
+
+    def lists(self, *lines: str) -> None:
+        """Waits until the dock's list shows these lines."""
+        wait_until(lambda: self.scenes() == [*lines], self._seconds, f"scene list {lines}")
 
     def scenes(self) -> list[str]:
         """The dock's list, line for line."""
@@ -44,6 +52,15 @@ class Hands:
         """Waits for the window of that title."""
         return wait_until(lambda: next((seen for seen in self.windows() if seen["title"] == title), None),
                           self._seconds, f"window {title!r}")
+
+    def box(self, title: str, button: str = "OK") -> str:
+        """Waits for the message box of that title, answers it, and returns its text."""
+        def seen() -> list[str]:
+            return [window["text"] for window in self.windows() if window["title"] == title and "text" in window]
+        text, = wait_until(seen, self._seconds, f"message box {title!r}")
+        self.press(button)
+        wait_until(lambda: not seen(), self._seconds, f"message box {title!r} closed")
+        return text
 
     def gone(self, title: str) -> None:
         wait_until(lambda: all(seen["title"] != title for seen in self.windows()), self._seconds,
@@ -63,6 +80,15 @@ class Hands:
         """Replaces the text of a field, or of the open dialog's only one."""
         self._ask("type", text=text, replace=True, **({"name": name} if name else {}))
 
+    def give_name(self, button: str, title: str, name: str) -> str:
+        """Enters a name in the dialog that the button opens; returns what the dialog proposed."""
+        self.click(button)
+        self.window(title)
+        proposed = self.look()["text"]
+        self.type(name)
+        self.press("OK")
+        return proposed
+
     def key(self, name: str, key: int) -> None:
         """Presses one key, given by the toolkit's number, on a widget."""
         self._ask("key", name=name, key=key)
@@ -72,7 +98,7 @@ class Hands:
         self._vendor("action", text=item)
 
     def place_dock(self, area: int) -> None:
-        """Docks our dock on a side of the window, or lets it float."""
+        """Docks our dock on a side of the window or under another dock's tab, or lets it float."""
         self._ask("place", name=DOCK, area=area)
         wait_until(lambda: self.look(DOCK)["floating"] == (area == FLOATING), self._seconds, "dock in its place")
 

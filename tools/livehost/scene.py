@@ -58,6 +58,15 @@ def stage_sources(folder: Path) -> list[Source]:
     return [_still_source(folder / "stage.png", "background"), clip_source(folder / "clip.mkv")]
 
 
+def pause_sources(folder: Path) -> list[Source]:
+    """A scene for a break: one quiet picture with a word."""
+    picture = Image.new("RGB", (WIDTH, HEIGHT), (34, 34, 46))
+    ImageDraw.Draw(picture).text((WIDTH // 2, HEIGHT // 2), "PAUSE", fill="white", font=ImageFont.load_default(size=80),
+                                 anchor="mm")
+    picture.save(folder / "pause.png")
+    return [_still_source(folder / "pause.png", "card")]
+
+
 def _still_source(path: Path, name: str) -> Source:
     return Source(name, "image_source", {"file": str(path)})
 

@@ -19,6 +19,8 @@ def _grab(window: str, environment: dict[str, str], path: Path) -> None:
 class VirtualScreen:
     """An X server without a monitor, and a window manager so that windows get sizes and focus."""
 
+    scale = 1
+
     def __init__(self, width: int = 1600, height: int = 1000) -> None:
         self._size = f"{width}x{height}x24"
         self._server: subprocess.Popen | None = None
@@ -58,10 +60,13 @@ class VirtualScreen:
 
 
 class WaylandScreen:
-    """A Wayland compositor without a monitor; every window of the host fills it or lies over it."""
+    """A Wayland compositor without a monitor. Each of its lengths is `scale` pixels. With the shell
+    "kiosk" the host's window fills it, so that places in the window, which is all that a program
+    knows here, are places on the screen; that shell does not outlive many hosts."""
 
-    def __init__(self, width: int = 1600, height: int = 1000) -> None:
-        self._size = (f"--width={width}", f"--height={height}")
+    def __init__(self, width: int = 1600, height: int = 1000, shell: str = "desktop", scale: int = 1) -> None:
+        self._options = (f"--width={width}", f"--height={height}", f"--scale={scale}", f"--shell={shell}-shell.so")
+        self.scale = scale
         self._folder = tempfile.TemporaryDirectory()
         self._compositor: subprocess.Popen | None = None
         self.environment = {"WAYLAND_DISPLAY": f"{self._folder.name}/screen", "QT_QPA_PLATFORM": "wayland",
@@ -70,8 +75,8 @@ class WaylandScreen:
     def __enter__(self) -> Self:
         runtime = os.environ | {"XDG_RUNTIME_DIR": self._folder.name, "LIBGL_ALWAYS_SOFTWARE": "1"}
         self._compositor = subprocess.Popen(
-            ["weston", "--backend=headless", "--renderer=gl", *self._size, "--socket=screen", "--shell=desktop-shell.so",
-             "--no-config", "--debug"], env=runtime, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            ["weston", "--backend=headless", "--renderer=gl", *self._options, "--socket=screen", "--no-config",
+             "--debug"], env=runtime, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         wait_until(lambda: Path(self.environment["WAYLAND_DISPLAY"]).exists(), 20, "Wayland compositor ready")
         return self
 
@@ -82,7 +87,8 @@ class WaylandScreen:
     def grab(self, path: Path) -> bool:
         """Saves a picture of the whole screen."""
         with tempfile.TemporaryDirectory() as folder:
-            subprocess.run(["weston-screenshooter"], env=os.environ | self.environment, cwd=folder, check=True, timeout=30)
+            subprocess.run(["weston-screenshooter"], env=os.environ | self.environment, cwd=folder, check=True,
+                           timeout=30)
             picture, = Path(folder).iterdir()
             shutil.move(picture, path)
         return True

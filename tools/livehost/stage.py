@@ -7,11 +7,15 @@ from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
 
+import numpy as np
+from PIL import Image
+
 from livehost.folder import HostFolder, Profile, Source, built_module, driver_beside
+from livehost.hands import Hands
 from livehost.host import LiveHost
 from livehost.received import Received
 from livehost.scene import marking_source
-from livehost.screen import VirtualScreen
+from livehost.screen import VirtualScreen, WaylandScreen
 from livehost.servers import RtmpServer, SrtListener
 from livehost.waiting import wait_until
 
@@ -20,7 +24,8 @@ BOX_TITLE = "Vertical Canvas \u00e2\u20ac\u201d Stream Error"
 
 
 class Stage:
-    def __init__(self, root: Path, number: int, screen: VirtualScreen, rtmp: RtmpServer, srt: SrtListener) -> None:
+    def __init__(self, root: Path, number: int, screen: VirtualScreen | WaylandScreen, rtmp: RtmpServer,
+                 srt: SrtListener) -> None:
         self.screen, self.rtmp, self.srt = screen, rtmp, srt
         self.main_key, self.vertical_key = f"main{number}", f"vertical{number}"
         self.folder = HostFolder(root / f"folder{number}")
@@ -62,6 +67,18 @@ class Stage:
         self.rtmp.wait_idle()
         return Received(self.rtmp.recording(self.vertical_key))
 
+    def preview(self, hands: Hands, width: int, height: int) -> np.ndarray:
+        """The part of the screen on which the docked preview shows a canvas of that size."""
+        path = self.folder.root / "screen.png"
+        self.screen.grab(path)
+        look = hands.look("verticalPreview")
+        seen = {key: look[key] * self.screen.scale for key in ("x", "y", "width", "height")}
+        scale = min(np.float32(seen["width"] / width), np.float32(seen["height"] / height))
+        shown = int(scale * width), int(scale * height)
+        left, top = (seen[place] + (seen[size] - part) // 2
+                     for place, size, part in zip("xy", ("width", "height"), shown))
+        return np.asarray(Image.open(path).convert("RGB"))[top:top + shown[1], left:left + shown[0]]
+
     def _xdotool(self, *command: str) -> list[str]:
         environment = os.environ | self.screen.environment
         return subprocess.run(["xdotool", *command], env=environment, capture_output=True, text=True,
@@ -99,6 +116,23 @@ def start(host: LiveHost, frames: int = FPS) -> None:
 def stop(host: LiveHost) -> None:
     host.request("StopStream")
     wait_until(lambda: not host.main_active() and not host.vertical_active(), 20, "both streams ended")
+
+
+def start_by_hand(host: LiveHost, hands: Hands) -> None:
+    """Starts the vertical stream in the dock and waits for a second's frames of it."""
+    hands.click("startButton")
+    wait_until(host.vertical_active, 20, "vertical stream")
+    hands.reads("statusLabel", "Streaming", seconds=1)
+    assert hands.enabled("startButton", "stopButton") == [False, True]
+    output = host.vertical_output()["outputName"]
+    wait_until(lambda: sent_frames(host, output) >= FPS, 60, "vertical frames")
+
+
+def stop_by_hand(host: LiveHost, hands: Hands) -> None:
+    hands.click("stopButton")
+    hands.reads("statusLabel", "Stopped")
+    assert hands.enabled("startButton", "stopButton") == [True, False]
+    assert not host.vertical_active()
 
 
 def main_runs_on(host: LiveHost, frames: int = FPS) -> None:

@@ -123,9 +123,16 @@ struct Request {
     Handler handler;
 };
 
-constexpr Request kRequests[] = {{"look", on_look}, {"windows", on_windows}, {"click", on_click},
-    {"type", on_type}, {"key", on_key}, {"place", on_place}, {"action", on_action},
-    {"longest_pause", on_longest_pause}};
+constexpr Request kRequests[] = {
+    {.name = "look", .handler = on_look},
+    {.name = "windows", .handler = on_windows},
+    {.name = "click", .handler = on_click},
+    {.name = "type", .handler = on_type},
+    {.name = "key", .handler = on_key},
+    {.name = "place", .handler = on_place},
+    {.name = "action", .handler = on_action},
+    {.name = "longest_pause", .handler = on_longest_pause},
+};
 
 void answer(obs_data_t *request, obs_data_t *response, void *handler_record) {
     const Handler handler = static_cast<const Request *>(handler_record)->handler;

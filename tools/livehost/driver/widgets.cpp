@@ -15,33 +15,38 @@
 #include <QSpinBox>
 #include <QTest>
 
+#include <algorithm>
+#include <functional>
+
 namespace livehost {
 
+namespace {
+
+template <typename Widget>
+Widget *first(const QList<Widget *> &widgets, const std::function<bool(const Widget &)> &meant) {
+    const auto found = std::ranges::find_if(
+        widgets, [&](const Widget *widget) { return widget->isVisible() && meant(*widget); });
+    return found == widgets.end() ? nullptr : *found;
+}
+
+} // namespace
+
 QWidget *find_widget(const QString &name) {
-    QWidget *found = nullptr;
-    for (QWidget *widget : QApplication::allWidgets()) {
-        if (widget->objectName() == name && widget->isVisible()) {
-            found = widget;
-        }
-    }
-    return found;
+    return first<QWidget>(QApplication::allWidgets(),
+        [&](const QWidget &widget) { return widget.objectName() == name; });
 }
 
 QWidget *find_dialog_button(const QString &text) {
-    QWidget *modal = QApplication::activeModalWidget();
-    if (!modal) {
-        return nullptr;
-    }
-    for (QAbstractButton *button : modal->findChildren<QAbstractButton *>()) {
-        if (button->isVisible() && button->text().remove(u'&') == text) {
-            return button;
-        }
-    }
-    return nullptr;
+    const QWidget *modal = QApplication::activeModalWidget();
+    return modal ? first<QAbstractButton>(modal->findChildren<QAbstractButton *>(),
+                       [&](const QAbstractButton &button) {
+                           return button.text().remove(u'&') == text;
+                       })
+                 : nullptr;
 }
 
 QWidget *find_dialog_field() {
-    QWidget *modal = QApplication::activeModalWidget();
+    const QWidget *modal = QApplication::activeModalWidget();
     return modal ? modal->findChild<QLineEdit *>() : nullptr;
 }
 
@@ -165,10 +170,17 @@ void place_dock(QWidget *widget, int area) {
     if (!window) {
         return;
     }
-    if (area != 0) {
+    if (area > 0) {
         window->addDockWidget(static_cast<Qt::DockWidgetArea>(area), dock);
+    } else if (area == kBelowAnother) {
+        auto *other = window->findChild<QDockWidget *>(QStringLiteral("controlsDock"));
+        window->tabifyDockWidget(dock, other);
+        other->raise();
     }
-    dock->setFloating(area == 0);
+    dock->setFloating(area == kFloating);
+    if (dock->isFloating()) {
+        dock->setGeometry(500, 150, 300, 640);
+    }
 }
 
 } // namespace livehost

@@ -10,7 +10,7 @@ class QWidget;
 
 namespace livehost {
 
-// The visible widget of that object name, the newest when there are several; null when none is.
+// The visible widget of that object name, or null.
 QWidget *find_widget(const QString &name);
 
 // The button with that text in the open dialog, or null.
@@ -33,7 +33,10 @@ void press_key(QWidget *widget, int key);
 // Chooses the action of that text in any menu of the main window; false when there is none.
 bool trigger_action(const QString &text);
 
-// Docks the dock widget at an area of the main window's, or makes it float for area 0.
+// Docks the dock widget at an area of the main window's, makes it float somewhere, or puts another
+// one's tab before it.
+inline constexpr int kFloating = 0;
+inline constexpr int kBelowAnother = -1;
 void place_dock(QWidget *dock, int area);
 
 } // namespace livehost
