@@ -1,8 +1,10 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 """Streams the real host's main and vertical canvas to real servers, and checks what these received.
 
-Each protocol is one run of the host with a fresh configuration. The module's settings keep their
-defaults but for the address: 1080x1920, 30 frames per second, 4000 kbps, "veryfast".
+Each protocol is one run of the host with a fresh configuration, set up in the module's settings
+and dock by mouse and keyboard. Over RTMP the vertical stream starts with the main one, over SRT by
+the dock's button; both end with the main one. The settings keep their defaults but for address and
+auto-start: 1080x1920, 30 frames per second, 4000 kbps, "veryfast".
 """
 
 import argparse
@@ -10,7 +12,7 @@ import shutil
 import sys
 import tempfile
 import time
-from collections.abc import Callable
+from collections.abc import Callable, Mapping, Sequence
 from contextlib import nullcontext
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -18,20 +20,21 @@ from pathlib import Path
 from PIL import Image
 
 from livehost.checks import Format, cover_faults, entry_faults, stream_faults
-from livehost.folder import HostFolder, Profile, Source, built_module
+from livehost.folder import HostFolder, Profile, Source, built_module, driver_beside
+from livehost.hands import RIGHT, SETTINGS_ITEM, Hands
 from livehost.host import FrameCount, HostError, LiveHost
 from livehost.received import Received
 from livehost.remote import RequestError
 from livehost.report import Column, table
-from livehost.scene import stage_sources
+from livehost.scene import pause_sources, stage_sources
 from livehost.screen import OwnScreen, VirtualScreen
 from livehost.servers import RtmpServer, SrtListener
 from livehost.waiting import DeadlineError, wait_until
 
 MAIN = Format(1280, 720, 30, audio_tracks=1)
 VERTICAL = Format(1080, 1920, 30, audio_tracks=6, profile="High", bitrate_kbps=4000)
-# The smaller the host's preview, the less of a processor goes into drawing it.
-SCREEN = (1280, 800)
+# Just large enough for the window: the smaller the preview, the less of a processor it takes.
+SCREEN = (1300, 1000)
 SLOW_SHARE = 0.05
 # A host whose encoders cannot keep up sends the rest too late, and cuts it off in the end.
 SHORT_SECONDS = 1
@@ -40,6 +43,15 @@ RESULTS = ("main.flv", "vertical.flv", "vertical.ts", "frame.png", "host.png", "
 
 def say(text: str) -> None:
     print(f"==> {text}", flush=True)
+
+
+@dataclass(frozen=True)
+class Target:
+    """Where the vertical stream goes, and whether the main stream takes it along."""
+
+    url: str
+    key: str = ""
+    follows_main: bool = True
 
 
 @dataclass
@@ -58,14 +70,52 @@ class Run:
                 for name, stream in self.streams.items()]
 
 
-def stream(host: LiveHost, seconds: int, take_picture: Callable[[], None]) -> FrameCount:
-    """The main stream on air for so long; the vertical one has to follow by itself, both ways."""
-    before = host.frames()
-    host.request("StartStream")
+def assign(hands: Hands, vertical_scene: str, host_scene: str) -> None:
+    """Lets the scene that is selected in the dock show a scene of the host."""
+    title = f"Assign OBS Scene \u2014 {vertical_scene}"
+    hands.click("assignButton")
+    hands.window(title)
+    choices = [item["text"] for item in hands.look("sourceList")["items"]]
+    hands.click_row("sourceList", choices.index(host_scene))
+    hands.press("OK")
+    hands.gone(title)
+
+
+def set_up(hands: Hands, target: Target) -> None:
+    """What a person does before the first stream."""
+    title = "Vertical Canvas \u2014 Settings"
+    hands.choose(SETTINGS_ITEM)
+    hands.window(title)
+    hands.type(target.url, "urlEdit")
+    hands.type(target.key, "keyEdit")
+    if not target.follows_main:
+        hands.click("autoStartCheck")
+    hands.press("Save")
+    hands.gone(title)
+    hands.place_dock(RIGHT)
+    assign(hands, "Scene 1", "Stage")
+    hands.give_name("addButton", "Add Scene", "Pause")
+    hands.lists("\u25ba Scene 1 [Stage]", " Pause")
+    hands.click_row("sceneList", 1)
+    assign(hands, "Pause", "Pause")
+    hands.click_row("sceneList", 0)
+    hands.lists("\u25ba Scene 1 [Stage]", " Pause [Pause]")
+
+
+def go_live(host: LiveHost, hands: Hands, target: Target) -> None:
+    hands.click("streamButton")
     wait_until(host.main_active, 20, "main stream on air")
-    wait_until(host.vertical_active, 20, "vertical stream following the main one")
+    if not target.follows_main:
+        # It is enabled only while the vertical stream has not started by itself.
+        wait_until(lambda: hands.look("startButton")["enabled"], 20, "start button to press")
+        hands.click("startButton")
+    wait_until(host.vertical_active, 20, "vertical stream on air")
     host.wait_for_log("mux opened: ")
+    hands.reads("statusLabel", "Streaming")
     say("both streams are on air")
+
+
+def stay_live(host: LiveHost, seconds: int, take_picture: Callable[[], None]) -> None:
     began = time.monotonic()
 
     def on_air_until(mark: int) -> bool:
@@ -79,23 +129,35 @@ def stream(host: LiveHost, seconds: int, take_picture: Callable[[], None]) -> Fr
         say(f"{mark} s on air")
         if mark == marks[len(marks) // 2]:
             take_picture()
-    frames = host.frames() - before
-    host.request("StopStream")
+
+
+def end(host: LiveHost, hands: Hands, seconds: int) -> None:
+    """The vertical stream ends with the main one, however it was started."""
+    hands.click("streamButton")
     wait_until(lambda: not host.main_active() and not host.vertical_active(), 60 + 5 * seconds,
                "both streams stopped")
+    hands.reads("statusLabel", "Stopped")
     say("both streams have stopped")
-    return frames
 
 
-def run_host(run: Run, folder: HostFolder, screen: VirtualScreen | OwnScreen, seconds: int, picture: Path) -> None:
+def run_host(run: Run, folder: HostFolder, screen: VirtualScreen | OwnScreen, target: Target, seconds: int,
+             picture: Path) -> None:
     host = LiveHost(folder, screen, "demo", "demo")
     try:
         say(f"{run.protocol}: starting the host")
         with host:
+            hands = Hands(host)
+            set_up(hands, target)
+            say("the vertical canvas is set up")
+
             def take_picture() -> None:
                 if not picture.exists() and not screen.grab(picture):
                     say("this screen does not let windows be pictured: no host.png")
-            run.frames = stream(host, seconds, take_picture)
+            before = host.frames()
+            go_live(host, hands, target)
+            stay_live(host, seconds, take_picture)
+            run.frames = host.frames() - before
+            end(host, hands, seconds)
         run.leaks = host.leaks()
         if run.leaks != 0:
             run.faults.append("the host's log ends without a leak count" if run.leaks is None
@@ -120,20 +182,21 @@ def check(run: Run, seconds: int, frame_path: Path) -> None:
     run.faults += [f"vertical: {fault}" for fault in faults]
 
 
-def demonstrate(protocol: str, arguments: argparse.Namespace, root: Path, stage: list[Source],
+def demonstrate(protocol: str, arguments: argparse.Namespace, root: Path, scenes: Mapping[str, Sequence[Source]],
                 screen: VirtualScreen | OwnScreen) -> Run:
     """One whole run with the protocol; a run that breaks off is a fault like any other."""
     run = Run(protocol)
     out = arguments.out
     folder = HostFolder(root / "host")
     with RtmpServer(root / "rtmp") as rtmp, SrtListener(root / "srt") if protocol == "SRT" else nullcontext() as srt:
-        target = {"rtmpurl": srt.url} if srt else {"rtmpurl": rtmp.url, "streamkey": "vertical"}
-        folder.add_profile(Profile("demo", rtmp.url, "main", vertical=target))
-        folder.add_collection("demo", {"Stage": stage})
-        folder.save_vertical_scenes({"Scene 1": "Stage"}, "Scene 1")
-        folder.install_module(built_module())
+        target = Target(srt.url, follows_main=False) if srt else Target(rtmp.url, "vertical")
+        folder.add_profile(Profile("demo", rtmp.url, "main"))
+        folder.add_collection("demo", scenes)
+        module = built_module()
+        for installed in (module, driver_beside(module)):
+            folder.install_module(installed)
         try:
-            run_host(run, folder, screen, arguments.seconds, out / "host.png")
+            run_host(run, folder, screen, target, arguments.seconds, out / "host.png")
             rtmp.wait_idle()
             vertical = srt.wait_hung_up() if srt else rtmp.recording("vertical")
             kept = {"main": rtmp.recording("main"), "vertical": vertical}
@@ -170,10 +233,11 @@ def main() -> int:
         (out / name).unlink(missing_ok=True)  # so that nothing of an earlier demo passes for a result
     with tempfile.TemporaryDirectory() as temporary:
         root = Path(temporary)
-        say("making the picture and the tone")
-        stage = stage_sources(root)
+        say("making the pictures and the tone")
+        scenes = {"Stage": stage_sources(root), "Pause": pause_sources(root)}
         with OwnScreen() if arguments.window else VirtualScreen(*SCREEN) as screen:
-            runs = [demonstrate(protocol, arguments, root / protocol, stage, screen) for protocol in arguments.protocols]
+            runs = [demonstrate(protocol, arguments, root / protocol, scenes, screen)
+                    for protocol in arguments.protocols]
         (out / "host.log").write_text("".join(run.log for run in runs))
         columns = [column for run in runs for column in run.columns()]
         if columns:

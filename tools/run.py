@@ -21,7 +21,6 @@ def main() -> int:
     folder = HostFolder(root)
     if not folder.profile_folder(NAME).exists():
         folder.add_collection(NAME, {"Stage": stage_sources(root)})
-        folder.save_vertical_scenes({"Scene 1": "Stage"}, "Scene 1")
         folder.add_profile(Profile(NAME))
     folder.install_module(built_module())
     host = LiveHost(folder, OwnScreen(), NAME, NAME)
