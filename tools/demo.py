@@ -70,17 +70,6 @@ class Run:
                 for name, stream in self.streams.items()]
 
 
-def assign(hands: Hands, vertical_scene: str, host_scene: str) -> None:
-    """Lets the scene that is selected in the dock show a scene of the host."""
-    title = f"Assign OBS Scene \u2014 {vertical_scene}"
-    hands.click("assignButton")
-    hands.window(title)
-    choices = [item["text"] for item in hands.look("sourceList")["items"]]
-    hands.click_row("sourceList", choices.index(host_scene))
-    hands.press("OK")
-    hands.gone(title)
-
-
 def set_up(hands: Hands, target: Target) -> None:
     """What a person does before the first stream."""
     title = "Vertical Canvas \u2014 Settings"
@@ -93,11 +82,11 @@ def set_up(hands: Hands, target: Target) -> None:
     hands.press("Save")
     hands.gone(title)
     hands.place_dock(RIGHT)
-    assign(hands, "Scene 1", "Stage")
+    hands.assign("Scene 1", "Stage")
     hands.give_name("addButton", "Add Scene", "Pause")
     hands.lists("\u25ba Scene 1 [Stage]", " Pause")
     hands.click_row("sceneList", 1)
-    assign(hands, "Pause", "Pause")
+    hands.assign("Pause", "Pause")
     hands.click_row("sceneList", 0)
     hands.lists("\u25ba Scene 1 [Stage]", " Pause [Pause]")
 

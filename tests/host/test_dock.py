@@ -157,12 +157,15 @@ NAMES = ["Ärger im 日本", 'a "b" \'c\' [d] {e}', "🎥 ✂️", "► One", "<
 def test_names(stage):
     """A name that the list, the dialogs or the file take for something else than text."""
     active = NAMES.index("<b>x</b> & &x")
-    listed = [" One [Main]", *((" " if row != active else "► ") + name for row, name in enumerate(NAMES))]
+    listed = [" One [Main]", *(f"{" " if row != active else "► "}{name} [{name}]" for row, name in enumerate(NAMES))]
+    stage.folder.add_collection("C", {"Main": [], **{name: [] for name in NAMES}})
     with stage.host() as host:
         hands = Hands(host)
-        for count, name in enumerate(NAMES, 2):
+        for row, name in enumerate(NAMES, 1):
             hands.give_name("addButton", "Add Scene", name)
-            wait_until(lambda: len(hands.scenes()) == count, 20, f"{name} added")
+            wait_until(lambda: len(hands.scenes()) == row + 1, 20, f"{name} added")
+            hands.click_row("sceneList", row)
+            hands.assign(name, name)
         hands.click_row("sceneList", active + 1)
         hands.lists(*listed)
         hands.reads("sceneLabel", f"Scene: {NAMES[active]}")
@@ -170,6 +173,7 @@ def test_names(stage):
         assert hands.box("Remove Scene", "Cancel") == f'Remove scene "{NAMES[active]}"? This cannot be undone.'
     with stage.host() as host:
         Hands(host).lists(*listed)
+    assert "OBS source not found" not in host.log()
 
 
 @pytest.mark.parametrize("opener", ["addButton", "assignButton", "removeButton", SETTINGS_ITEM])

@@ -89,6 +89,16 @@ class Hands:
         self.press("OK")
         return proposed
 
+    def assign(self, vertical_scene: str, host_scene: str) -> None:
+        """Lets the scene that is selected in the dock show a scene of the host."""
+        title = f"Assign OBS Scene \u2014 {vertical_scene}"
+        self.click("assignButton")
+        self.window(title)
+        choices = [item["text"] for item in self.look("sourceList")["items"]]
+        self.click_row("sourceList", choices.index(host_scene))
+        self.press("OK")
+        self.gone(title)
+
     def key(self, name: str, key: int) -> None:
         """Presses one key, given by the toolkit's number, on a widget."""
         self._ask("key", name=name, key=key)
