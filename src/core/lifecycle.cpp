@@ -40,7 +40,7 @@ bool load_module() {
     log_info("Loading version %s", kVersion);
     log_rule();
 
-    register_mux_output_type();
+    register_mux_output_types();
     log_info("Registered output type: %s", kMuxOutputId);
 
     load_global_config();
