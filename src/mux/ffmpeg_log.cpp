@@ -8,7 +8,6 @@ extern "C" {
 }
 
 #include <cstdarg>
-#include <utility>
 
 namespace corvane {
 
@@ -26,20 +25,33 @@ int host_level(int level) {
     if (level <= AV_LOG_WARNING) {
         return LOG_WARNING;
     }
-    return level <= AV_LOG_VERBOSE ? LOG_INFO : LOG_DEBUG;
+    return LOG_INFO;
 }
 
-// FFmpeg writes some lines in pieces; a newline ends them.
+// Debug lines hold an address in parts; those about options show values as FFmpeg has decoded them.
+bool may_hold_parts(int level, std::string_view format) {
+    return level > AV_LOG_INFO || format.starts_with("Query string option") ||
+           format.starts_with("Unable to parse");
+}
+
+// FFmpeg writes some lines in pieces; a newline ends them. A piece that is too long could end in
+// the middle of a secret.
 void on_line(void *context, int level, const char *format, va_list arguments) noexcept {
-    if (!format || (hidden && level > AV_LOG_INFO)) {
+    if (!hidden) {
+        av_log_default_callback(context, level, format, arguments);
+        return;
+    }
+    if (!format || may_hold_parts(level, format)) {
         return;
     }
     thread_local std::string line;
     thread_local int print_prefix = 1;
     char piece[2048];
-    av_log_format_line(
+    const int length = av_log_format_line2(
         context, level, format, arguments, piece, static_cast<int>(sizeof(piece)), &print_prefix);
-    line += piece;
+    if (length < static_cast<int>(sizeof(piece))) {
+        line += piece;
+    }
     if (print_prefix == 0) {
         return;
     }
@@ -47,7 +59,7 @@ void on_line(void *context, int level, const char *format, va_list arguments) no
         line.pop_back();
     }
     if (!line.empty()) {
-        blog(host_level(level), "[ffmpeg] %s", (hidden ? hide(line, *hidden) : line).c_str());
+        blog(host_level(level), "[ffmpeg] %s", hide(line, *hidden).c_str());
     }
     line.clear();
 }
@@ -66,11 +78,9 @@ std::string hide(std::string_view text, const std::vector<std::string> &secrets)
     return shown;
 }
 
-DiscreetLog::DiscreetLog(std::vector<std::string> secrets)
-    : secrets_(std::move(secrets)) {
-    static const bool installed = (av_log_set_callback(on_line), true);
-    static_cast<void>(installed);
-    hidden = &secrets_;
+DiscreetLog::DiscreetLog(const std::vector<std::string> &secrets) {
+    hidden = &secrets;
+    av_log_set_callback(on_line);
 }
 
 DiscreetLog::~DiscreetLog() {

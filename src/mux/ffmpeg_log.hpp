@@ -10,22 +10,19 @@ namespace corvane {
 // Each of the secrets in the text replaced by "***".
 std::string hide(std::string_view text, const std::vector<std::string> &secrets);
 
-// Keeps secrets out of what FFmpeg logs on the thread that this object is made on, as long as it
-// lives: they are replaced, and lines below the level "info" are left out, which hold them in
-// parts.
+// Keeps secrets out of what FFmpeg logs on this thread, as long as this object lives: they are
+// replaced, and lines that can hold parts of them are left out. What remains goes to the host's
+// log.
 //
-// FFmpeg has one log callback in a process. The first object puts its own in the place of the
-// host's, for good: nothing tells which one was there. Other threads' lines go to the host's log
-// as they did before.
+// FFmpeg has one log callback in a process. Others in the process set theirs now and then, so each
+// object sets ours anew, for good; other threads' lines go where FFmpeg itself sends them.
 class DiscreetLog {
 public:
-    explicit DiscreetLog(std::vector<std::string> secrets);
+    // The secrets must outlive this object.
+    explicit DiscreetLog(const std::vector<std::string> &secrets);
     ~DiscreetLog();
     DiscreetLog(const DiscreetLog &) = delete;
     DiscreetLog &operator=(const DiscreetLog &) = delete;
-
-private:
-    const std::vector<std::string> secrets_;
 };
 
 } // namespace corvane

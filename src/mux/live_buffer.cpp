@@ -20,6 +20,7 @@ SharedPacket share(const encoder_packet &packet) {
 void LiveBuffer::open() {
     const std::scoped_lock lock(mutex_);
     empty();
+    arrived_ = seen_ = 0;
     dropped_frames_ = 0;
     keyframe_wanted_ = false;
     paused_ = false;
@@ -48,22 +49,25 @@ void LiveBuffer::resume() {
     paused_ = false;
 }
 
-size_t LiveBuffer::push(const encoder_packet &packet) {
-    size_t dropped = 0;
+bool LiveBuffer::push(const encoder_packet &packet) {
     {
         const std::scoped_lock lock(mutex_);
         if (!open_ || !wanted(packet)) {
-            return 0;
+            return open_ && !paused_;
         }
         const Clock::time_point now = Clock::now();
         packets_.push_back({share(packet), now});
         bytes_ += packet.size;
         ++arrived_;
-        dropped = make_room(now);
-        dropped_frames_ += dropped;
+        make_room(now);
     }
     changed_.notify_one();
-    return dropped;
+    return true;
+}
+
+bool LiveBuffer::anything_yet() const {
+    const std::scoped_lock lock(mutex_);
+    return arrived_ > 0;
 }
 
 bool LiveBuffer::wanted(const encoder_packet &packet) {
@@ -117,38 +121,35 @@ void LiveBuffer::empty() {
     bytes_ = 0;
 }
 
-size_t LiveBuffer::make_room(Clock::time_point now) {
+void LiveBuffer::make_room(Clock::time_point now) {
     const auto too_old = [now](const Entry &entry) {
         return now - entry.arrival > kMaxWait;
     };
-    size_t dropped = 0;
     for (;;) {
         const auto video = std::ranges::find_if(packets_, &Entry::is_video);
         if (video == packets_.end() || (bytes_ <= kMaxBytes && !too_old(*video))) {
             break;
         }
-        dropped += drop_to_next_keyframe(video);
+        drop_to_next_keyframe(video);
     }
     while (!packets_.empty() && (bytes_ > kMaxBytes || too_old(packets_.front())) &&
            !packets_.front().is_video()) {
         bytes_ -= packets_.front().packet->size;
         packets_.pop_front();
     }
-    return dropped;
 }
 
 // The first keyframe after the oldest video packet begins what is kept; without one all video
 // goes, and what comes until a keyframe too.
-size_t LiveBuffer::drop_to_next_keyframe(std::deque<Entry>::iterator oldest_video) {
+void LiveBuffer::drop_to_next_keyframe(const std::deque<Entry>::iterator &oldest_video) {
     const auto keyframe = std::find_if(std::next(oldest_video), packets_.end(),
         [](const Entry &entry) { return entry.is_video() && entry.packet->keyframe; });
     keyframe_wanted_ = keyframe == packets_.end();
     const auto kept = std::stable_partition(
         oldest_video, keyframe, [](const Entry &entry) { return !entry.is_video(); });
-    const auto dropped = static_cast<size_t>(std::distance(kept, keyframe));
+    dropped_frames_ += static_cast<uint64_t>(std::distance(kept, keyframe));
     std::for_each(kept, keyframe, [this](const Entry &entry) { bytes_ -= entry.packet->size; });
     packets_.erase(kept, keyframe);
-    return dropped;
 }
 
 } // namespace corvane

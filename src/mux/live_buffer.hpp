@@ -24,7 +24,8 @@ using SharedPacket = std::unique_ptr<encoder_packet, ReleaseEncoderPacket>;
 
 // The packets between the encoders and the network: none waits longer than kMaxWait, and together
 // they are never more than kMaxBytes. Beyond that video goes first, from the oldest packet to the
-// next keyframe, so that what remains can be decoded; sound goes only when no video is left to go.
+// next keyframe, so that what remains can be decoded; sound goes only when the pictures of its
+// time, or all, are gone.
 //
 // Time is that of arrival, whatever timestamps the packets carry. Locks itself.
 class LiveBuffer {
@@ -45,8 +46,11 @@ public:
     // It is back: packets are taken again, from the next keyframe on.
     void resume();
 
-    // Never waits. The number of video packets that were dropped for want of room.
-    size_t push(const encoder_packet &packet);
+    // Never waits. False when there is no connection that the packet could be for.
+    bool push(const encoder_packet &packet);
+
+    // Whether a packet has come since open().
+    bool anything_yet() const;
 
     // Waits for a packet; null once closed.
     SharedPacket wait_pop();
@@ -72,8 +76,8 @@ private:
     // With mutex_ held.
     void empty();
     bool wanted(const encoder_packet &packet);
-    size_t make_room(Clock::time_point now);
-    size_t drop_to_next_keyframe(std::deque<Entry>::iterator oldest_video);
+    void make_room(Clock::time_point now);
+    void drop_to_next_keyframe(const std::deque<Entry>::iterator &oldest_video);
 
     mutable std::mutex mutex_; // guards everything below
     std::condition_variable changed_;

@@ -4,12 +4,6 @@
 
 namespace corvane {
 
-namespace {
-
-constexpr uint32_t kVideoAndAudio = OBS_OUTPUT_VIDEO | OBS_OUTPUT_AUDIO;
-
-} // namespace
-
 MuxOutput::MuxOutput(obs_data_t *settings, obs_output_t *output)
     : output_(output) {
     settings_.read(settings);
@@ -60,12 +54,7 @@ bool MuxOutput::start() {
 // The muxer waits for packets: the codec headers that its streams need exist only after each
 // encoder has produced output.
 bool MuxOutput::begin_capture() {
-    if (!obs_output_can_begin_data_capture(output_, kVideoAndAudio)) {
-        obs_output_set_last_error(output_, "obs_output_can_begin_data_capture failed");
-        return false;
-    }
-    if (!obs_output_initialize_encoders(output_, kVideoAndAudio)) {
-        obs_output_set_last_error(output_, "obs_output_initialize_encoders failed");
+    if (!prepare_capture(output_)) {
         return false;
     }
     obs_output_begin_data_capture(output_, kVideoAndAudio);

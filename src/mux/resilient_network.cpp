@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The network thread's way from connection to connection.
 #include "base/log.hpp"
-#include "base/url.hpp"
-#include "mux/connection.hpp"
-#include "mux/ffmpeg_log.hpp"
-#include "mux/name_lookup.hpp"
 #include "mux/resilient_output.hpp"
 #include "mux/retry_delay.hpp"
+#include "mux/run_or_leave.hpp"
 
 #include <util/threading.h>
 
@@ -18,21 +15,16 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kConnectTime = 10s;
 constexpr auto kCloseTime = 1s;
 // Encoders have headers with their first packets; a track that has none by then stays out.
 constexpr auto kTrackPatience = 1s;
 constexpr auto kHeaderPatience = 10s;
-// How long one track may keep the others waiting, in FFmpeg's microseconds.
-constexpr int64_t kInterleaveUs = 1'000'000;
 // How long libobs may take from the stop that a failed encoder causes to saying so.
 constexpr auto kEncoderFailureGap = 100ms;
 
-// FFmpeg's texts for these are about files and programs.
+// FFmpeg's texts for these two are about files and programs.
 std::string reason_of(int code) {
     switch (code) {
-    case AVERROR(ENOENT):
-        return "The server's name is not known";
     case AVERROR_EOF:
         return "The server closed the connection";
     case AVERROR_EXIT:
@@ -50,12 +42,10 @@ void ResilientOutput::run() {
     os_set_thread_name("corvane: network");
     bool was_connected = false;
     while (wanted()) {
-        const StreamSettings settings = current_settings();
-        const DiscreetLog discreet(secrets_of(settings.url));
-        if (connect(settings)) {
+        if (connect()) {
             was_connected = true;
             send_until_lost();
-        } else if (!was_connected) {
+        } else if (!was_connected && wanted()) {
             end(OBS_OUTPUT_ERROR);
         }
         hang_up();
@@ -64,18 +54,12 @@ void ResilientOutput::run() {
     tell_the_end();
 }
 
-StreamSettings ResilientOutput::current_settings() {
-    const std::scoped_lock lock(mutex_);
-    return settings_;
-}
-
-bool ResilientOutput::connect(const StreamSettings &settings) {
+bool ResilientOutput::connect() {
     if (!wait_for_headers()) {
         return false;
     }
-    const auto begin = LiveBuffer::Clock::now();
-    interrupt_.allow(kConnectTime);
-    const std::optional<Failure> failure = open_stream(settings);
+    const auto begin = Clock::now();
+    const std::optional<Failure> failure = open_connection();
     if (!wanted()) {
         return false;
     }
@@ -83,81 +67,120 @@ bool ResilientOutput::connect(const StreamSettings &settings) {
         not_connected(*failure);
         return false;
     }
-    connected_at_ = LiveBuffer::Clock::now();
+    connected_at_ = Clock::now();
     connect_time_ms_ = static_cast<int>((connected_at_ - begin) / 1ms);
-    connected(settings.url);
+    connected();
     return true;
 }
 
+// libobs hands out the first packet when every encoder has delivered one.
 bool ResilientOutput::wait_for_headers() {
-    const auto begin = LiveBuffer::Clock::now();
+    const auto begin = Clock::now();
     for (;;) {
-        const EncoderHeaders headers = encoder_headers(output_);
-        const auto patience =
-            headers == EncoderHeaders::kMissing ? kHeaderPatience : kTrackPatience;
-        if (headers == EncoderHeaders::kComplete ||
-            (headers == EncoderHeaders::kUsable && LiveBuffer::Clock::now() >= begin + patience)) {
+        const EncoderHeaders headers =
+            buffer_.anything_yet() ? encoder_headers(output_) : EncoderHeaders::kMissing;
+        const bool usable = headers == EncoderHeaders::kUsable;
+        const auto until = begin + (usable ? kTrackPatience : kHeaderPatience);
+        const bool too_late = Clock::now() >= until;
+        if (headers == EncoderHeaders::kComplete || (usable && too_late)) {
             return true;
         }
-        if (LiveBuffer::Clock::now() >= begin + patience) {
-            obs_output_set_last_error(output_, "The encoders deliver no codec headers");
+        if (too_late) {
+            constexpr const char *kMessage = "The encoders deliver nothing that could be sent";
+            log_error("%s", kMessage);
+            obs_output_set_last_error(output_, kMessage);
             return false;
         }
-        if (!buffer_.wait_for_more(begin + patience)) {
+        if (!buffer_.wait_for_more(until)) {
             return false;
         }
     }
 }
 
-std::optional<ResilientOutput::Failure> ResilientOutput::open_stream(
-    const StreamSettings &settings) {
-    if (build_muxer(output_, settings, muxer_) != OpenResult::kOpened) {
-        return Failure{"build_muxer", AVERROR_UNKNOWN}; // the output's last error says more
+// What cannot be interrupted, a name lookup above all, is left behind with its connection.
+std::optional<ResilientOutput::Failure> ResilientOutput::open_connection() {
+    StreamSettings settings;
+    {
+        const std::scoped_lock lock(mutex_);
+        settings = settings_;
     }
-    AVFormatContext &context = *muxer_.context;
-    context.max_interleave_delta = kInterleaveUs;
-    context.interrupt_callback = interrupt_.callback();
-    Dictionary options = connection_options(settings.url);
-    int error = look_up(host_of(settings.url.url), interrupt_);
-    if (error == 0) {
-        error = open_connection(context, settings.url, options);
+    Muxer muxer;
+    if (build_muxer(output_, settings, muxer) != OpenResult::kOpened) {
+        return Failure{.call = "build_muxer", .code = AVERROR_UNKNOWN, .message = nullptr};
     }
-    if (error != 0) {
-        obs_output_set_last_error(output_, "Stream rejected — check server URL and stream key");
-        return Failure{"avio_open2", error};
+    const auto connection = std::make_shared<LiveConnection>(std::move(muxer), settings.url);
+    {
+        const std::scoped_lock lock(mutex_);
+        if (end_code_) {
+            return std::nullopt;
+        }
+        connection_ = connection;
     }
-    error = avformat_write_header(&context, options.get());
-    if (error < 0) {
-        obs_output_set_last_error(output_, "Stream rejected — write header failed");
-        return Failure{"avformat_write_header", error};
+    const auto failure = std::make_shared<std::optional<Failure>>();
+    if (run_or_leave([connection, failure] { *failure = connection->open(); },
+            [&] { return connection->interrupt().expired(); })) {
+        return *failure;
     }
-    return std::nullopt;
+    const std::scoped_lock lock(mutex_);
+    connection_.reset();
+    return Failure{.call = "avio_open2",
+        .code = AVERROR(ETIMEDOUT),
+        .message = "Stream rejected — check server URL and stream key"};
 }
 
-void ResilientOutput::connected(const StreamUrl &url) {
-    path_.begin_stream(muxer_);
+// To the user the stream is back when the connection has lasted for a while: some servers take one
+// and throw it out at once.
+void ResilientOutput::connected() {
+    path_.begin_stream(connection_->muxer());
     zero_.reset();
-    lost_ = 0;
     proven_ = false;
     buffer_.resume();
-    log_opened(muxer_, url.shown().c_str());
+    log_opened(connection_->muxer(), connection_->url().shown().c_str());
     const std::scoped_lock lock(mutex_);
-    if (phase_ == Phase::kReconnecting) {
-        log_info("reconnect succeeded");
+    connected_ = true;
+}
+
+// The first connection's failure is the user's message, said by end(); later ones say what comes.
+void ResilientOutput::not_connected(const Failure &failure) {
+    const std::string reason = reason_of(failure.code);
+    uint32_t failures = 0;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (phase_ == Phase::kReconnecting) {
+            failures = failures_++;
+            reason_ = reason;
+        }
     }
-    phase_ = Phase::kConnected;
+    if (failures == 0) {
+        log_error("%s failed: %s (code %d)", failure.call, reason.c_str(), failure.code);
+        if (failure.message) {
+            obs_output_set_last_error(output_, failure.message);
+        }
+        return;
+    }
+    log_warning("reconnect %u failed: %s (code %d), next attempt in %u s", failures, reason.c_str(),
+        failure.code, static_cast<unsigned>(retry_delay_ns(failures + 1) / kRetryStepNs));
 }
 
 void ResilientOutput::proven() {
     proven_ = true;
-    const std::scoped_lock lock(mutex_);
-    failures_ = 0;
-    reason_.clear();
+    bool again = false;
+    {
+        const std::scoped_lock lock(mutex_);
+        again = phase_ == Phase::kReconnecting;
+        phase_ = Phase::kConnected;
+        failures_ = 0;
+        reason_.clear();
+    }
+    if (again) {
+        log_info("reconnect succeeded");
+    }
 }
 
 void ResilientOutput::connection_lost() {
-    std::string reason = reason_of(lost_);
-    log_warning("connection lost: %s (code %d), reconnecting", reason.c_str(), lost_);
+    const int error = connection_->lost();
+    std::string reason = reason_of(error);
+    log_warning("connection lost: %s (code %d), reconnecting", reason.c_str(), error);
     if (!proven_) {
         reason += " right after it was made — check server URL and stream key";
     }
@@ -167,37 +190,21 @@ void ResilientOutput::connection_lost() {
     reason_ = std::move(reason);
 }
 
-// The first connection's failure is the user's message, said by end(); later ones say what comes.
-void ResilientOutput::not_connected(const Failure &failure) {
-    const std::string reason = reason_of(failure.code);
-    const std::scoped_lock lock(mutex_);
-    if (phase_ == Phase::kConnecting) {
-        log_error("%s failed: %s (code %d)", failure.call, reason.c_str(), failure.code);
-        return;
-    }
-    log_warning("reconnect %u failed: %s (code %d), next attempt in %u s", failures_,
-        reason.c_str(), failure.code,
-        static_cast<unsigned>(retry_delay_ns(failures_ + 1) / kRetryStepNs));
-    ++failures_;
-    reason_ = reason;
-}
-
-// Also a header that was refused may leave a connection open.
+// libsrt takes a second to clear up after its last connection, which nothing interrupts: longer
+// than a stop may last.
 void ResilientOutput::hang_up() {
     buffer_.pause();
-    if (!muxer_.is_open()) {
+    const std::shared_ptr<LiveConnection> connection = connection_;
+    if (!connection) {
         return;
     }
-    interrupt_.allow(kCloseTime);
-    AVFormatContext &context = *muxer_.context;
-    if (context.pb) {
-        if (context.pb->error == 0 && lost_ == 0) {
-            av_write_trailer(&context);
-        }
-        earlier_bytes_ += static_cast<uint64_t>(context.pb->bytes_written);
-        close_connection(context);
-    }
-    muxer_ = {};
+    earlier_bytes_ += connection->bytes();
+    connection->interrupt().allow(kCloseTime);
+    run_or_leave(
+        [connection] { connection->close(); }, [&] { return connection->interrupt().expired(); });
+    const std::scoped_lock lock(mutex_);
+    connection_.reset();
+    connected_ = false;
 }
 
 void ResilientOutput::wait_before_retry() {
@@ -215,8 +222,9 @@ void ResilientOutput::tell_the_end() {
         changed_.wait_for(
             lock, kEncoderFailureGap, [this] { return end_code_ != OBS_OUTPUT_SUCCESS; });
     }
-    const int code = *end_code_;
-    const bool capturing = *capturing_;
+    const int code = end_code_.value_or(OBS_OUTPUT_SUCCESS);
+    const bool capturing = capturing_.value_or(false);
+    end_told_ = true;
     phase_ = Phase::kStopped;
     failures_ = 0;
     lock.unlock();

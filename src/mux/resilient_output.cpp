@@ -10,10 +10,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr uint32_t kVideoAndAudio = OBS_OUTPUT_VIDEO | OBS_OUTPUT_AUDIO;
-
-// What the end of a stream leaves for trailer and goodbye: with FFmpeg's steps of a tenth of a
-// second all is over within one.
+// What the end of a stream leaves for trailer and goodbye, so that all is over within a second.
 constexpr auto kGoodbyeTime = 600ms;
 
 constexpr auto kReportEvery = 1s;
@@ -31,7 +28,15 @@ ResilientOutput::ResilientOutput(obs_data_t *settings, obs_output_t *output)
 
 ResilientOutput::~ResilientOutput() {
     end(OBS_OUTPUT_SUCCESS);
-    if (thread_.joinable()) {
+    end_thread();
+}
+
+// The thread has told its end by now, or libobs would not start or destroy. A handler of "stop"
+// that does so runs on the thread itself, which then touches nothing of this object any more.
+void ResilientOutput::end_thread() {
+    if (thread_.get_id() == std::this_thread::get_id()) {
+        thread_.detach();
+    } else if (thread_.joinable()) {
         thread_.join();
     }
 }
@@ -42,9 +47,7 @@ void ResilientOutput::update(obs_data_t *settings) {
 }
 
 bool ResilientOutput::start() {
-    if (thread_.joinable()) {
-        thread_.join(); // it has told its end, or libobs would not start again
-    }
+    end_thread();
     {
         const std::scoped_lock lock(mutex_);
         if (settings_.url.url.empty()) {
@@ -52,23 +55,18 @@ bool ResilientOutput::start() {
             return false;
         }
     }
-    if (!obs_output_can_begin_data_capture(output_, kVideoAndAudio)) {
-        obs_output_set_last_error(output_, "obs_output_can_begin_data_capture failed");
+    if (!prepare_capture(output_)) {
         return false;
     }
-    if (!obs_output_initialize_encoders(output_, kVideoAndAudio)) {
-        obs_output_set_last_error(output_, "obs_output_initialize_encoders failed");
-        return false;
-    }
-    interrupt_.reset();
     buffer_.open();
     total_bytes_ = earlier_bytes_ = 0;
-    bad_packets_ = connect_time_ms_ = 0;
-    unreported_drops_ = 0;
+    bad_frames_ = connect_time_ms_ = 0;
+    reported_drops_ = 0;
     {
         const std::scoped_lock lock(mutex_);
         capturing_.reset();
         end_code_.reset();
+        end_told_ = false;
         forced_ = false;
         phase_ = Phase::kConnecting;
         failures_ = 0;
@@ -88,11 +86,18 @@ bool ResilientOutput::start() {
 }
 
 void ResilientOutput::stop(bool forced) {
+    bool told = false;
     {
         const std::scoped_lock lock(mutex_);
         forced_ = forced_ || forced;
+        told = end_told_;
     }
     end(OBS_OUTPUT_SUCCESS);
+    if (told && !obs_output_active(output_)) {
+        // libobs has taken the output out of service between its decision to stop it and this call,
+        // and waits for an end that was before.
+        obs_output_end_data_capture(output_);
+    }
 }
 
 bool ResilientOutput::wanted() {
@@ -105,12 +110,14 @@ bool ResilientOutput::wanted() {
 void ResilientOutput::end(int code) {
     {
         const std::scoped_lock lock(mutex_);
-        if (end_code_ && (!forced_ || code == OBS_OUTPUT_SUCCESS)) {
+        if (end_code_ && (!forced_ || code != OBS_OUTPUT_ENCODE_ERROR)) {
             return;
         }
         end_code_ = code;
+        if (connection_) {
+            connection_->interrupt().end_within(connected_ ? kGoodbyeTime : 0ms);
+        }
     }
-    interrupt_.end_within(kGoodbyeTime);
     buffer_.close();
     changed_.notify_all();
 }
@@ -119,23 +126,26 @@ void ResilientOutput::encoded_packet(const encoder_packet *packet) {
     if (!packet) {
         end(OBS_OUTPUT_ENCODE_ERROR);
     } else if (packet->data && packet->size > 0) {
-        report_dropped(buffer_.push(*packet));
+        if (buffer_.push(*packet) && dropped_frames() != reported_drops_) {
+            report_dropped();
+        }
+    } else if (packet->type == OBS_ENCODER_VIDEO) {
+        ++bad_frames_;
     }
 }
 
-void ResilientOutput::report_dropped(size_t dropped) {
-    unreported_drops_ += dropped;
-    const auto now = LiveBuffer::Clock::now();
-    if (unreported_drops_ > 0 && now - drops_reported_ >= kReportEvery) {
-        log_warning("network too slow: %zu video frames dropped, %d in all", unreported_drops_,
-            dropped_frames());
-        unreported_drops_ = 0;
-        drops_reported_ = now;
+void ResilientOutput::report_dropped() {
+    const auto now = Clock::now();
+    if (now - drops_reported_at_ >= kReportEvery) {
+        const int dropped = dropped_frames();
+        log_warning("video frames dropped: %d, %d in all", dropped - reported_drops_, dropped);
+        reported_drops_ = dropped;
+        drops_reported_at_ = now;
     }
 }
 
 int ResilientOutput::dropped_frames() const {
-    return static_cast<int>(buffer_.dropped_frames()) + bad_packets_;
+    return static_cast<int>(buffer_.dropped_frames()) + bad_frames_;
 }
 
 void ResilientOutput::report_state(void *data, calldata_t *answer) {

@@ -2,9 +2,8 @@
 #pragma once
 
 #include "mux/encoded_packet.hpp"
-#include "mux/interrupt.hpp"
 #include "mux/live_buffer.hpp"
-#include "mux/muxer.hpp"
+#include "mux/live_connection.hpp"
 #include "mux/packet_path.hpp"
 #include "mux/packet_queue.hpp"
 #include "mux/stream_output.hpp"
@@ -16,6 +15,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -51,70 +51,68 @@ public:
 
 private:
     // A connection that ends sooner was one that the server did not want.
-    static constexpr std::chrono::seconds kProven{5};
+    static constexpr std::chrono::seconds kProven{2};
 
     enum class Phase { kStopped, kConnecting, kConnected, kReconnecting };
 
-    // Why the stream is not on air.
-    struct Failure {
-        const char *call;
-        int code; // FFmpeg's
-    };
+    using Clock = LiveBuffer::Clock;
+    using Failure = LiveConnection::Failure;
 
     // Any thread.
+    void end_thread();
     bool wanted();
     void end(int code);
     static void report_state(void *self, calldata_t *answer);
 
     // The network thread, and what it alone calls.
     void run();
-    StreamSettings current_settings();
-    bool connect(const StreamSettings &settings);
+    bool connect();
     bool wait_for_headers();
-    std::optional<Failure> open_stream(const StreamSettings &settings);
-    void connected(const StreamUrl &url);
+    std::optional<Failure> open_connection();
+    void connected();
     void not_connected(const Failure &failure);
     void proven();
     void connection_lost();
     void send_until_lost();
     void send(const encoder_packet &packet);
     void write(AVPacket &packet);
-    void count_bad_packet(const char *reason);
+    void count_bad_packet(bool video, const char *reason);
     void hang_up();
     void wait_before_retry();
     void tell_the_end();
 
-    void report_dropped(size_t dropped); // libobs's encoder threads, one at a time
+    void report_dropped(); // libobs's encoder threads, one at a time
 
     obs_output_t *const output_;
     LiveBuffer buffer_; // locks itself
-    Interrupt interrupt_;
     std::atomic<uint64_t> total_bytes_ = 0;
-    std::atomic<int> bad_packets_ = 0;
+    std::atomic<int> bad_frames_ = 0;
     std::atomic<int> connect_time_ms_ = 0;
 
     // Of the network thread.
-    Muxer muxer_;
     PacketQueue ready_; // what the path has made of the last packet
     PacketPath path_{ready_, PacketPath::AudioClock::kShared};
     std::optional<EncodedPacket> zero_; // the connection's first keyframe, without payload
-    int lost_ = 0;                      // the error that ended the connection
     uint64_t earlier_bytes_ = 0;        // of the connections before
     bool proven_ = false;               // the connection has lasted
-    LiveBuffer::Clock::time_point connected_at_;
-    LiveBuffer::Clock::time_point bad_packet_reported_;
+    int bad_packets_ = 0;
+    Clock::time_point connected_at_;
+    Clock::time_point bad_packet_reported_;
 
     // Of libobs's encoder threads.
-    size_t unreported_drops_ = 0;
-    LiveBuffer::Clock::time_point drops_reported_;
+    int reported_drops_ = 0;
+    Clock::time_point drops_reported_at_;
 
     std::thread thread_; // of the threads that start and destroy
 
     std::mutex mutex_; // guards everything below
     std::condition_variable changed_;
     StreamSettings settings_;
-    std::optional<bool> capturing_; // whether capture has begun; none while it does
+    std::shared_ptr<LiveConnection> connection_; // changed by the network thread only
+    std::optional<bool> capturing_;              // whether capture has begun; none while it does
     std::optional<int> end_code_ = OBS_OUTPUT_SUCCESS; // none while the stream is wanted
+    bool connected_ = false;                           // whether it lasts or not
+    bool end_told_ = false;                            // to libobs
     bool forced_ = false;                              // the end was
     Phase phase_ = Phase::kStopped;
     uint32_t failures_ = 0; // in a row, without a connection that lasted

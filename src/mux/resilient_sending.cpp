@@ -12,7 +12,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kWriteStall = 10s;
 constexpr auto kReportEvery = 1s;
 
 // The moment of the keyframe that opens the stream.
@@ -34,13 +33,13 @@ void shift(EncodedPacket &packet, const EncodedPacket &zero) {
 } // namespace
 
 void ResilientOutput::send_until_lost() {
-    while (lost_ == 0) {
+    while (connection_->lost() == 0) {
         const SharedPacket packet = buffer_.wait_pop();
         if (!packet) {
             return;
         }
         send(*packet);
-        if (!proven_ && LiveBuffer::Clock::now() - connected_at_ >= kProven) {
+        if (!proven_ && Clock::now() - connected_at_ >= kProven) {
             proven();
         }
     }
@@ -66,34 +65,33 @@ void ResilientOutput::send(const encoder_packet &packet) {
     if (!video && encoded.dts != AV_NOPTS_VALUE && encoded.dts < 0) {
         return;
     }
-    if (const char *failure = video
-                                  ? path_.process_video_packet(muxer_, encoded)
-                                  : path_.process_audio_packet(muxer_, packet.track_idx, encoded)) {
-        count_bad_packet(failure);
+    const Muxer &muxer = connection_->muxer();
+    const char *failure = video ? path_.process_video_packet(muxer, encoded)
+                                : path_.process_audio_packet(muxer, packet.track_idx, encoded);
+    if (failure) {
+        count_bad_packet(video, failure);
     }
     while (const PacketHandle ready = ready_.try_pop()) {
         write(*ready);
     }
 }
 
-// FFmpeg keeps the error of a connection that is gone and sends nothing more; any other error is
-// of the one packet.
+// An error that does not cost the connection costs the packet.
 void ResilientOutput::write(AVPacket &packet) {
-    interrupt_.allow(kWriteStall);
-    AVFormatContext &context = *muxer_.context;
-    const int result = av_interleaved_write_frame(&context, &packet);
-    total_bytes_ = earlier_bytes_ + static_cast<uint64_t>(context.pb->bytes_written);
-    lost_ = std::min(context.pb->error, 0);
-    if (lost_ == 0 && result < 0) {
-        count_bad_packet(error_text(result).c_str());
+    const bool video = packet.stream_index == connection_->muxer().video->index;
+    const int result = connection_->write(packet);
+    total_bytes_ = earlier_bytes_ + connection_->bytes();
+    if (result < 0 && connection_->lost() == 0) {
+        count_bad_packet(video, error_text(result).c_str());
     }
 }
 
-void ResilientOutput::count_bad_packet(const char *reason) {
+void ResilientOutput::count_bad_packet(bool video, const char *reason) {
+    bad_frames_ += video ? 1 : 0;
     ++bad_packets_;
-    const auto now = LiveBuffer::Clock::now();
+    const auto now = Clock::now();
     if (now - bad_packet_reported_ >= kReportEvery) {
-        log_warning("packet dropped: %s; %d in all", reason, bad_packets_.load());
+        log_warning("packet dropped: %s; %d in all", reason, bad_packets_);
         bad_packet_reported_ = now;
     }
 }

@@ -3,6 +3,8 @@
 
 #include <obs.h>
 
+#include <cstdint>
+
 namespace corvane {
 
 // What libobs asks of an output of either type. See the two types for their threads and locks.
@@ -23,5 +25,11 @@ public:
     // libobs's encoder threads; null when an encoder failed.
     virtual void encoded_packet(const encoder_packet *packet) = 0;
 };
+
+inline constexpr uint32_t kVideoAndAudio = OBS_OUTPUT_VIDEO | OBS_OUTPUT_AUDIO;
+
+// Makes the encoders ready for capture to begin; false, with the output's last error set, when they
+// cannot be.
+bool prepare_capture(obs_output_t *output);
 
 } // namespace corvane

@@ -52,7 +52,12 @@ std::vector<std::string> secrets_of(const StreamUrl &url) {
         }
     };
     if (!url.is_srt()) {
-        add(std::string_view(url.url).substr(std::min(url.url.size(), url.tc_url.size() + 1)));
+        const std::string_view key =
+            std::string_view(url.url).substr(std::min(url.url.size(), url.tc_url.size() + 1));
+        // Servers and FFmpeg name the stream also without its query and its extension.
+        for (const char end : {'\0', '?', '.'}) {
+            add(key.substr(0, key.find(end)));
+        }
     }
     for (const std::string_view address :
         {std::string_view(url.url), std::string_view(url.tc_url)}) {
@@ -65,6 +70,7 @@ std::vector<std::string> secrets_of(const StreamUrl &url) {
         while (!query.empty()) {
             query.remove_prefix(1); // '?' or '&'
             const std::string_view field = query.substr(0, query.find('&'));
+            add(field);
             if (const size_t equals = field.find('='); equals != std::string_view::npos) {
                 add(field.substr(equals + 1));
             }

@@ -124,7 +124,10 @@ void VerticalOutput::release_all() {
         wait_until_inactive(output_);
         // A stop of ours that met an output ending by itself has reset the event that libobs waits
         // for when it destroys the output; ending it once more sets the event.
-        obs_output_end_data_capture(output_);
+        // The other type sees to that by itself, since its end is told once.
+        if (!resilient_) {
+            obs_output_end_data_capture(output_);
+        }
         output_ = nullptr;
     }
     release_audio_encoders();

@@ -139,9 +139,10 @@ std::optional<ConnectionState> VerticalOutput::connection_state() const {
     proc_handler_call(obs_output_get_proc_handler(output_), "connection_state", answer.get());
     const std::string_view phase = calldata_string(answer.get(), "phase");
     return ConnectionState{
-        .phase = phase == "connected"      ? kConnected
+        .phase = phase == "connecting"     ? kConnecting
+                 : phase == "connected"    ? kConnected
                  : phase == "reconnecting" ? kReconnecting
-                                           : kConnecting,
+                                           : kStopped,
         .failures = static_cast<uint32_t>(calldata_int(answer.get(), "failures")),
         .reason = calldata_string(answer.get(), "reason"),
     };

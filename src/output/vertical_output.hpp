@@ -17,7 +17,7 @@ class VerticalCanvas;
 
 // What the output type that keeps the connection says of it.
 struct ConnectionState {
-    enum class Phase { kConnecting, kConnected, kReconnecting } phase;
+    enum class Phase { kStopped, kConnecting, kConnected, kReconnecting } phase;
     uint32_t failures;  // in a row
     std::string reason; // of the last; empty without one
 };

@@ -47,7 +47,8 @@ StreamStatus stream_status(const VerticalOutput *output, bool active) {
     if (connection && connection->phase == kConnecting) {
         return {QStringLiteral("Connecting"), {}, false};
     }
-    return {active ? QStringLiteral("Streaming") : QStringLiteral("Stopped"), {}, active};
+    const bool on_air = active && !(connection && connection->phase == kStopped);
+    return {on_air ? QStringLiteral("Streaming") : QStringLiteral("Stopped"), {}, on_air};
 }
 
 struct Button {
