@@ -23,7 +23,7 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--preset", default="release", help="the build to play with")
     parser.add_argument("--list", action="store_true", help="name the rows and play none")
     parser.add_argument("--seconds", type=int, default=3600, help="length of the row hour")
-    parser.add_argument("--keep", type=Path, help="folder for what the rows leave behind")
+    parser.add_argument("--keep", type=lambda text: Path(text).resolve(), help="folder for what the rows leave behind")
     parser.add_argument("--dry", action="store_true", help="print the results only, leave docs/ alone")
     arguments = parser.parse_args()
     unknown = set(arguments.names) - {row.name for row in ROWS}

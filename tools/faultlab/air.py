@@ -63,9 +63,13 @@ class Air:
         """The fault is there when the stream starts."""
         self.inject(lambda: self.stage.tell("start"))
 
-    def last(self, seconds: float) -> bool:
-        """The fault goes on for so long; false when the stream, or the process, ended over it."""
-        return self._ended_within(self._injected + seconds) is None
+    def watch(self, seconds: float) -> None:
+        """Time passes."""
+        self._ended_within(time.monotonic() + seconds)
+
+    def last(self, seconds: float) -> str | None:
+        """The fault goes on for so long; words for the end when stream or process ended over it."""
+        return self._ended_within(self._injected + seconds)
 
     def mend(self, action: Callable[[], object] = lambda: None) -> None:
         self._pictures_before = self._pictures()
@@ -92,6 +96,16 @@ class Air:
             return "does not come back"
         return "unnoticed: nothing arrives any more and nothing is said of it"
 
+    def behind_seconds(self) -> float:
+        """How much of the pictures sent and not dropped the server is still to receive."""
+        figures = self.stage.figures()
+        return (figures["frames"] - figures["dropped"] - self._pictures()) / PICTURES_PER_SECOND
+
+    def wait_caught_up(self, seconds: float) -> None:
+        self._ended_within(self._over + seconds, lambda: self.behind_seconds() < 1)
+        if self.behind_seconds() < 1:
+            self._recovered = time.monotonic()
+
     def outcome(self, seconds: float) -> str:
         """Waits for the stream's end, and tells how that went."""
         return self._ended_within(self._injected + seconds) or "unnoticed: nothing arrives and nothing is said of it"
@@ -105,7 +119,7 @@ class Air:
         leaks = self._end_stage()
         figures = self.stage.all("figures", self._injected)
         last = figures[-1]["figures"] if figures else self._before
-        memory_kb = max((event["figures"]["rss_kb"] for event in figures), default=0)
+        memory_kb = max((event["figures"]["rss_kb"] for event in figures), default=self._before["rss_kb"])
         if last["peak_kb"] > self._before["peak_kb"]:
             memory_kb = last["peak_kb"]  # it was before the fault that the process had its peak otherwise
         notice = self._notice()
@@ -119,7 +133,7 @@ class Air:
             ui_pause_ms=max((event["figures"]["ui_pause_ms"] for event in figures), default=0),
             stops=[event["stop"] for event in stops],
             message=next((event["message"] for event in reversed(stops) if event["message"]), ""),
-            more={"main_pause_ms": _main_pause_ms(figures), "stop_ms": self._stop_ms, "leaks": leaks,
+            more={"frames": last.get("frames", 0), "main_pause_ms": _main_pause_ms(figures), "stop_ms": self._stop_ms, "leaks": leaks,
                   "main_drawn": last["rendered"] - self._before["rendered"],
                   "memory_growth_kb": memory_kb - self._before["rss_kb"],
                   "dropped": last.get("dropped", 0), "boxes": [event["box"] for event in self.stage.all("box")],

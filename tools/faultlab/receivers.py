@@ -89,6 +89,7 @@ class SrtReceiver:
     def __init__(self, folder: Path, query: str = "") -> None:
         self.folder = folder
         self.port = free_port(socket.SOCK_DGRAM)
+        self.url = f"srt://127.0.0.1:{self.port}"
         self._query = query
         self._files: list[GrowingTs] = []
         self._process: subprocess.Popen | None = None

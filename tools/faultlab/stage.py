@@ -119,14 +119,16 @@ class Stage:
             return None
 
     def _read(self) -> None:
-        for line in self._process.stdout:
-            try:
-                event = json.loads(line)
-            except ValueError:
-                continue  # the last line of a process that was killed
-            with self._news:
-                self._events.append(event)
-                self._news.notify_all()
+        with (self._trial.folder / "events.jsonl").open("w") as kept:
+            for line in self._process.stdout:
+                kept.write(line)
+                try:
+                    event = json.loads(line)
+                except ValueError:
+                    continue  # the last line of a process that was killed
+                with self._news:
+                    self._events.append(event)
+                    self._news.notify_all()
         with self._news:
             self._ended = True
             self._news.notify_all()
