@@ -38,6 +38,7 @@ Stage::Stage(const Options &options)
     frontend.profile_dir = options.profile.toStdString();
     frontend.main_window = &window_;
     build_scene(options.picture);
+    show_first_box();
     main_stream_.emplace(main_server_);
     load_module();
     frontend.send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
@@ -60,6 +61,12 @@ Stage::~Stage() {
     item_ = nullptr;
     obs_set_output_source(0, nullptr);
     obs_source_remove(obs_scene_get_source(scene_));
+}
+
+// The toolkit takes most of a second for the first box of a process.
+void Stage::show_first_box() {
+    QMessageBox::critical(nullptr, "First", "First");
+    boxes_.boxes.clear();
 }
 
 void Stage::load_module() {

@@ -42,6 +42,7 @@ public:
     void perform(const QString &line);
 
 private:
+    void show_first_box();
     void load_module();
     void build_scene(const QString &picture);
     void move_picture();
