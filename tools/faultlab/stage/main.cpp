@@ -34,13 +34,15 @@ void read_commands(corvane::lab::Stage &stage) {
 
 int main(int argc, char **argv) {
     const QApplication application(argc, argv);
+    // A box that is closed is the last window: the main window is never shown.
+    QApplication::setQuitOnLastWindowClosed(false);
     const QStringList arguments = QApplication::arguments();
     if (arguments.size() != 5) {
         fputs("usage: fault_stage CONFIG_FOLDER PROFILE_FOLDER PICTURE MAIN_SERVER\n", stderr);
         return EXIT_FAILURE;
     }
     try {
-        corvane::lab::report_log();
+        corvane::lab::report_log(corvane::lab::Stage::on_log_line);
         const corvane::test::ObsSession session(arguments[1].toStdString());
         for (const char *name : {"obs-outputs", "rtmp-services"}) {
             corvane::test::ObsSession::load_host_module(name);

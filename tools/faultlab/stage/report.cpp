@@ -14,15 +14,19 @@ extern "C" {
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
 
 namespace corvane::lab {
 
 namespace {
 
+std::function<void(std::string_view)> line_hook; // set before the first line
+
 void on_line(int level, const char *format, va_list arguments, void *) {
     char text[4096];
     vsnprintf(text, sizeof(text), format, arguments);
     report({{"level", level}, {"log", QString::fromUtf8(text)}});
+    line_hook(text);
 }
 
 // As a module of the host's own does where it is built so.
@@ -52,7 +56,8 @@ void report(QJsonObject event) {
     }
 }
 
-void report_log() {
+void report_log(std::function<void(std::string_view)> at_each_line) {
+    line_hook = std::move(at_each_line);
     base_set_log_handler(on_line, nullptr);
     av_log_set_callback(on_ffmpeg_line);
 }

@@ -38,13 +38,11 @@ Stage::Stage(const Options &options)
     frontend.profile_dir = options.profile.toStdString();
     frontend.main_window = &window_;
     build_scene(options.picture);
-    show_first_box();
     main_stream_.emplace(main_server_);
     load_module();
     frontend.send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
     QObject::connect(&frame_, &QTimer::timeout, [this] {
         move_picture();
-        watch_new_outputs();
         report_changes();
     });
     frame_.start(kFrame);
@@ -61,12 +59,6 @@ Stage::~Stage() {
     item_ = nullptr;
     obs_set_output_source(0, nullptr);
     obs_source_remove(obs_scene_get_source(scene_));
-}
-
-// The toolkit takes most of a second for the first box of a process.
-void Stage::show_first_box() {
-    QMessageBox::critical(nullptr, "First", "First");
-    boxes_.boxes.clear();
 }
 
 void Stage::load_module() {
@@ -105,7 +97,6 @@ void Stage::perform(const QString &line) {
     const QString rest = line.section(' ', 1);
     if (verb == "start") {
         frontend.send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-        watch_new_outputs();
     } else if (verb == "stop") {
         frontend.send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
     } else if (verb == "profile") {
@@ -129,16 +120,24 @@ void Stage::reset_video(const QStringList &size) {
     main_stream_.emplace(main_server_);
 }
 
-void Stage::watch_new_outputs() {
-    const auto visit = [](void *data, obs_output_t *output) {
-        auto *self = static_cast<Stage *>(data);
-        if (obs_output_get_id(output) != std::string_view(kMainOutputType) &&
-            self->watched_.insert(obs_output_get_name(output)).second) {
+// The module writes the first of the two lines between making an output and starting it, the second
+// one before it gives up an output whose encoder does not start.
+void Stage::on_log_line(std::string_view line) {
+    const auto listen = [](void *, obs_output_t *output) {
+        if (obs_output_get_id(output) != std::string_view(kMainOutputType)) {
             signal_handler_connect(obs_output_get_signal_handler(output), "stop", on_stop, output);
         }
         return true;
     };
-    obs_enum_outputs(visit, this);
+    const auto forget = [](void *, obs_output_t *output) {
+        signal_handler_disconnect(obs_output_get_signal_handler(output), "stop", on_stop, output);
+        return true;
+    };
+    if (line.find("Output created with") != std::string_view::npos) {
+        obs_enum_outputs(listen, nullptr);
+    } else if (line.find("failed to start output:") != std::string_view::npos) {
+        obs_enum_outputs(forget, nullptr);
+    }
 }
 
 void Stage::report_changes() {

@@ -12,8 +12,8 @@
 #include <QTimer>
 
 #include <optional>
-#include <set>
 #include <string>
+#include <string_view>
 
 namespace corvane::lab {
 
@@ -41,13 +41,14 @@ public:
     // Answers with {"done": line} once it has returned.
     void perform(const QString &line);
 
+    // Sees to it that no "stop" of an output is missed, however soon it comes.
+    static void on_log_line(std::string_view line);
+
 private:
-    void show_first_box();
     void load_module();
     void build_scene(const QString &picture);
     void move_picture();
     void reset_video(const QStringList &size);
-    void watch_new_outputs();
     void report_changes();
 
     const std::string main_server_;
@@ -57,8 +58,7 @@ private:
     std::optional<MainStream> main_stream_;
     test::BoxCatcher boxes_;
     void *library_ = nullptr;
-    std::set<std::string> watched_; // names of the outputs whose stops are reported
-    QString status_;                // of the dock
+    QString status_; // of the dock
     size_t boxes_told_ = 0;
     QTimer frame_;
 };
