@@ -11,7 +11,7 @@ from pathlib import Path
 
 from faultlab.rows import ROWS
 from faultlab.row import POLICIES, Result, Row
-from faultlab.table import Results, console_line
+from faultlab.table import console_line, keep
 from faultlab.trial import Trial
 from livehost.screen import VirtualScreen
 
@@ -35,7 +35,7 @@ def parse_arguments() -> argparse.Namespace:
 def play(row: Row, policy: str, root: Path, screen: VirtualScreen, arguments: argparse.Namespace) -> Result:
     """A row that breaks off has not shown anything, which is never as expected."""
     try:
-        with Trial(row, policy, root / f"{row.name}-{policy}", screen.environment, arguments.preset,
+        with Trial(row, policy, root / f"{row.name}-{policy}", screen, arguments.preset,
                    {"seconds": arguments.seconds}) as trial:
             return trial.play()
     except Exception:  # whatever it is, the other rows are to be played
@@ -53,7 +53,6 @@ def main() -> int:
     policies = POLICIES if arguments.policy == "both" else (arguments.policy,)
     # Processes that end by a signal are expected; their memory images are of no use.
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-    results = Results()
     played = deviations = 0
     root = arguments.keep or Path(tempfile.mkdtemp())
     try:
@@ -68,9 +67,8 @@ def main() -> int:
                     played += 1
                     deviations += bool(wrong)
                     print(console_line(policy, result, wrong), flush=True)
-                    results.put(row, policy, result, wrong)
                     if not arguments.dry:
-                        results.save(ROWS)
+                        keep(row, policy, result, wrong, ROWS)
     finally:
         if not arguments.keep:
             shutil.rmtree(root, ignore_errors=True)

@@ -11,9 +11,11 @@ from livehost.servers import RtmpServer
 from livehost.sockets import free_port, udp_bound
 from livehost.waiting import end_child, wait_until
 
+from .stage import KEY
+
 _FLV_HEADER = 13
 _FLV_TAG = 11
-_FLV_VIDEO = 9
+_FLV_AUDIO, _FLV_VIDEO = 8, 9
 _AVC_PICTURES = 1
 _TS_PACKET = 188
 _TS_VIDEO = 0x100  # the number that FFmpeg gives an MPEG-TS's first stream
@@ -39,6 +41,10 @@ class GrowingFile:
 
 
 class GrowingFlv(GrowingFile):
+    def __init__(self, path: Path) -> None:
+        super().__init__(path)
+        self.video_seconds = self.audio_seconds = 0.0  # time stamps of the last packets
+
     def _count(self, data: bytes) -> int:
         at = 0 if self._position else _FLV_HEADER
         while at + _FLV_TAG + 4 <= len(data):
@@ -46,7 +52,12 @@ class GrowingFlv(GrowingFile):
             end = at + _FLV_TAG + size + 4
             if end > len(data):
                 break
-            self.pictures += kind == _FLV_VIDEO and data[at + _FLV_TAG + 1] == _AVC_PICTURES
+            seconds = (int.from_bytes(data[at + 4:at + 7]) | data[at + 7] << 24) / 1000
+            if kind == _FLV_VIDEO:
+                self.pictures += data[at + _FLV_TAG + 1] == _AVC_PICTURES
+                self.video_seconds = seconds
+            elif kind == _FLV_AUDIO:
+                self.audio_seconds = seconds
             at = end
         return at if len(data) > _FLV_HEADER or self._position else 0
 
@@ -62,21 +73,23 @@ class GrowingTs(GrowingFile):
 
 
 class RtmpReceiver(RtmpServer):
-    """Keeps every stream in a file of its own, so that nothing of an earlier one is written over."""
+    """Keeps every stream in a file of its own, so that nothing of an earlier one is written over.
+    Only the streams whose key begins with `key` are looked at."""
 
-    def __init__(self, folder: Path, application: str = "") -> None:
+    def __init__(self, folder: Path, application: str = "", key: str = KEY) -> None:
         super().__init__(folder, f"record_unique on; {application}")
+        self._key = key
         self._files: dict[Path, GrowingFlv] = {}
 
     def pictures(self) -> int:
         """Received so far, of all streams."""
-        for path in self.folder.glob("*.flv"):
+        for path in self.folder.glob(f"{self._key}*.flv"):
             self._files.setdefault(path, GrowingFlv(path)).read_on()
         return sum(file.pictures for file in self._files.values())
 
-    def streams(self) -> list[Path]:
-        """The files of all streams so far, oldest first."""
-        return sorted(self.folder.glob("*.flv"), key=lambda path: path.stat().st_ctime_ns)
+    def newest(self) -> GrowingFlv:
+        """The stream that came last, as far as `pictures` has read it."""
+        return max(self._files.values(), key=lambda file: file.path.name)
 
     def kill(self) -> None:
         self._process.kill()

@@ -14,6 +14,8 @@ _DOCS = Path(__file__).resolve().parents[2] / "docs"
 _JSON, _PAGE = _DOCS / "faults.json", _DOCS / "FAULTS.md"
 _NOTHING = "–"
 
+Kept = dict[str, dict[str, dict[str, Any]]]  # row → policy → the fields of a result, and what was wrong
+
 _INTRO = """\
 # What happens when the network fails
 
@@ -45,28 +47,24 @@ _HEADERS = ("name", "fault", "how injected", "standard: seen", "resilient: seen"
             "time to recover", "packets lost", "memory peak", "main stream: frames late")
 
 
-class Results:
-    """The latest result of every row and policy, as {row: {policy: {...}}}."""
+def keep(row: Row, policy: str, result: Result, wrong: Sequence[str], rows: Sequence[Row]) -> None:
+    """Puts the result in place of the row's and policy's last one. Rows that no longer exist are
+    dropped, the rest stand in the order of the rows."""
+    # Read each time, as another run may have written meanwhile.
+    kept = json.loads(_JSON.read_text()) if _JSON.exists() else {}
+    kept.setdefault(row.name, {})[policy] = result.to_json() | {"wrong": list(wrong)}
+    present = [row for row in rows if row.name in kept]
+    _JSON.write_text("{\n" + ",\n".join(_json_lines({row.name: kept[row.name] for row in present})) + "\n}\n")
+    _PAGE.write_text(_page(present, kept))
 
-    def __init__(self) -> None:
-        self._kept: dict[str, dict[str, dict[str, Any]]] = json.loads(_JSON.read_text()) if _JSON.exists() else {}
 
-    def put(self, row: Row, policy: str, result: Result, wrong: Sequence[str]) -> None:
-        self._kept.setdefault(row.name, {})[policy] = result.to_json() | {"wrong": list(wrong)}
-
-    def save(self, rows: Sequence[Row]) -> None:
-        """Rows that no longer exist are dropped, the rest stand in the order of the rows."""
-        kept = {row.name: self._kept[row.name] for row in rows if row.name in self._kept}
-        _JSON.write_text("{\n" + ",\n".join(_json_lines(kept)) + "\n}\n")
-        _PAGE.write_text(self._page([row for row in rows if row.name in kept]))
-
-    def _page(self, rows: Sequence[Row]) -> str:
-        lines = [_line(_HEADERS), _line(["---"] * len(_HEADERS))]
-        for row in rows:
-            results = self._kept[row.name]
-            lines.append(_line([f"`{row.name}`", row.fault, row.how, *(_seen(results.get(policy)) for policy in POLICIES),
-                                *(_pair(results, figure) for figure in _FIGURES)]))
-        return _INTRO.format(machine=machine()) + "\n" + "\n".join(lines) + "\n"
+def _page(rows: Sequence[Row], kept: Kept) -> str:
+    lines = [_line(_HEADERS), _line(["---"] * len(_HEADERS))]
+    for row in rows:
+        results = kept[row.name]
+        lines.append(_line([f"`{row.name}`", row.fault, row.how, *(_seen(results.get(policy)) for policy in POLICIES),
+                            *(_pair(results, figure) for figure in _FIGURES)]))
+    return _INTRO.format(machine=machine()) + "\n" + "\n".join(lines) + "\n"
 
 
 def machine() -> str:
@@ -74,7 +72,7 @@ def machine() -> str:
     return f"a machine with {os.cpu_count()} processor cores ({platform.machine()}) and no graphics card"
 
 
-def _json_lines(kept: dict[str, dict[str, dict[str, Any]]]) -> Iterator[str]:
+def _json_lines(kept: Kept) -> Iterator[str]:
     """A line for each result, so that a difference shows what was played anew."""
     for name, results in kept.items():
         lines = (f"  {json.dumps(policy)}: {json.dumps(result, ensure_ascii=False)}" for policy, result in results.items())

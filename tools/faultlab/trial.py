@@ -8,6 +8,7 @@ from contextlib import ExitStack
 from pathlib import Path
 from typing import Self
 
+from livehost.screen import VirtualScreen
 from livehost.waiting import end_child
 
 from .row import Result, Row
@@ -18,11 +19,11 @@ _PROJECT = Path(__file__).resolve().parents[2]
 class Trial:
     """A context; at its end, and at the deadline, every program of the row is ended."""
 
-    def __init__(self, row: Row, policy: str, folder: Path, environment: dict[str, str], preset: str,
+    def __init__(self, row: Row, policy: str, folder: Path, screen: VirtualScreen, preset: str,
                  options: dict[str, float]) -> None:
         self.policy, self.folder, self.options = policy, folder, options
         self.seconds = row.seconds
-        self.environment = environment
+        self.screen = screen
         self.timed_out = False
         self.preset = preset
         self._row = row
@@ -48,7 +49,7 @@ class Trial:
         goes into the row's folder."""
         path = next((_PROJECT / "build" / self.preset / "tools/faultlab").glob(f"*/{name}"))
         with (self.folder / f"{name}.err").open("ab") as errors:
-            process = subprocess.Popen([str(path), *arguments], env=os.environ | self.environment, text=True,
+            process = subprocess.Popen([str(path), *arguments], env=os.environ | self.screen.environment, text=True,
                                        cwd=self.folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                        stderr=errors, bufsize=1)
         self._programs.append(process)
