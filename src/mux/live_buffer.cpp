@@ -37,6 +37,7 @@ void LiveBuffer::close() {
 
 void LiveBuffer::pause() {
     const std::scoped_lock lock(mutex_);
+    dropped_frames_ += static_cast<uint64_t>(std::ranges::count_if(packets_, &Entry::is_video));
     empty();
     paused_ = true;
 }

@@ -14,7 +14,7 @@ constexpr uint32_t kVideoAndAudio = OBS_OUTPUT_VIDEO | OBS_OUTPUT_AUDIO;
 
 // What the end of a stream leaves for trailer and goodbye: with FFmpeg's steps of a tenth of a
 // second all is over within one.
-constexpr auto kGoodbyeTime = 800ms;
+constexpr auto kGoodbyeTime = 600ms;
 
 constexpr auto kReportEvery = 1s;
 

@@ -53,6 +53,9 @@ void ResilientOutput::send_until_lost() {
 void ResilientOutput::send(const encoder_packet &packet) {
     const bool video = packet.type == OBS_ENCODER_VIDEO;
     EncodedPacket encoded(packet);
+    // libobs counts in parts of the denominator: the numerator, which is not 1 with frame rates
+    // such as 30000/1001 and with a divided one, is in the timestamps already.
+    encoded.time_base.num = 1;
     if (!zero_) {
         if (!video || !packet.keyframe) {
             return;

@@ -17,7 +17,7 @@ from .screen import OwnScreen, VirtualScreen
 from .sockets import free_port, tcp_listens
 from .waiting import end_child, wait_until
 
-OUTPUT_TYPES = ("cv_vertical_mux_rtmp", "cv_vertical_mux_resilient")
+OUTPUT_TYPES = "cv_vertical_mux_rtmp", "cv_vertical_mux_resilient"
 _MAIN_OUTPUT = "simple_stream"
 
 # File times come from a clock that ticks more coarsely than the one Python reads.
