@@ -6,7 +6,7 @@ from dataclasses import asdict, replace
 from pathlib import Path
 from typing import Any
 
-from livehost.folder import MODULE, HostFolder, Profile, built_module, driver_beside
+from livehost.folder import HostFolder, Profile, built_module, driver_beside
 from livehost.hands import Hands
 from livehost.host import FrameCount, LiveHost
 from livehost.scene import clip_source, make_clip
@@ -75,10 +75,8 @@ class _Watch:
 def _folder(trial: Trial, url: str) -> HostFolder:
     folder = HostFolder(trial.folder / "host")
     keys = {"rtmpurl": url, "streamkey": KEY, "videobitrate": 1000, "canvaswidth": 216, "canvasheight": 384}
-    folder.add_profile(Profile("P", url, "main", width=640, height=360, bitrate_kbps=800, vertical=keys))
-    if trial.policy == RESILIENT:
-        with (folder.profile_folder("P") / f"{MODULE}.ini").open("a") as file:
-            file.write("\n[Resilience]\nenabled=true\n")
+    folder.add_profile(Profile("P", url, "main", width=640, height=360, bitrate_kbps=800, vertical=keys,
+                               resilient=trial.policy == RESILIENT))
     make_clip(trial.folder / "clip.mkv")
     folder.add_collection("C", {"Main": [replace(clip_source(trial.folder / "clip.mkv"), x=120.0, y=-80.0)]})
     folder.save_vertical_scenes({"One": "Main"}, "One")
@@ -113,12 +111,13 @@ def _hour(trial: Trial) -> Result:
         return Result(
             f"{'streams on' if all(sample['active'] for sample in watch.samples) else 'the stream ended'} for "
             f"{seconds / 60:.0f} min: video drifts {watch.drift_seconds('video'):+.2f} s, sound "
-            f"{watch.drift_seconds('audio'):+.2f} s, memory {watch.growth_mb():+d} MB, {frames.skipped} main frames skipped, "
-            f"{host.leaks()} leaks",
+            f"{watch.drift_seconds('audio'):+.2f} s, memory {watch.growth_mb():+d} MB, {frames.skipped} main frames "
+            f"skipped, {host.leaks()} leaks",
             packets_lost=max(0, sent["sent"] - arrived.pictures), memory_peak_mb=last["peak_mb"],
             main_lagged=frames.lagged, ui_pause_ms=watch.longest_pause_ms, stops=[],
-            more={"leaks": host.leaks(), "drawn": frames.rendered, "skipped": frames.skipped, "dropped": last["dropped"],
-                  "drift_video": round(watch.drift_seconds("video"), 3), "growth_mb": watch.growth_mb(),
+            more={"leaks": host.leaks(), "drawn": frames.rendered, "skipped": frames.skipped,
+                  "dropped": last["dropped"], "growth_mb": watch.growth_mb(),
+                  "drift_video": round(watch.drift_seconds("video"), 3),
                   "drift_audio": round(watch.drift_seconds("audio"), 3)})
 
 

@@ -48,8 +48,9 @@ def _video_reset(trial: Trial) -> Result:
 
 
 ROWS = [
-    Row("profiles", f"profile switched {SWITCHES} times while live", "the host's own event, to and fro between two profiles",
-        _profiles, {STANDARD: expect("comes back"), RESILIENT: expect("comes back")}, seconds=580),
+    Row("profiles", f"profile switched {SWITCHES} times while live",
+        "the host's own event, to and fro between two profiles", _profiles,
+        {STANDARD: expect("comes back"), RESILIENT: expect("comes back")}, seconds=580),
     Row("video-reset", "host video reset between streams", "size and frame rate of the host change three times",
         _video_reset, {STANDARD: expect("comes back"), RESILIENT: expect("comes back")}, seconds=120),
 ]

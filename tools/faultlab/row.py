@@ -29,7 +29,7 @@ class Result:
     recover_ms: int | None = None  # from the fault's end, if it has one, until pictures arrive again
     packets_lost: int | None = None  # video packets sent that no server received
     memory_peak_mb: int | None = None
-    main_lagged: int | None = None  # the host's late frames from the fault on
+    main_lagged: int | None = None  # the host's late frames from the fault on, if not for want of a processor
     ui_pause_ms: int | None = None  # longest standstill of the UI thread from the fault on
     stops: list[int] = field(default_factory=list)  # codes of the "stop" signals, in order
     message: str = ""  # the output's last error

@@ -85,15 +85,18 @@ def _streams_on(least_share: float) -> Callable[[Result], list[str]]:
 
 
 ROWS = [
-    Row("srt-killed", "SRT listener killed, back after 10 s", "SIGKILL to srt-live-transmit, started again on the same port",
-        _goes_away(SrtReceiver.kill), _ABORTS, seconds=90),
+    Row("srt-killed", "SRT listener killed, back after 10 s",
+        "SIGKILL to srt-live-transmit, started again on the same port", _goes_away(SrtReceiver.kill), _ABORTS,
+        seconds=90),
     Row("srt-closes", "SRT clean close, listener back after 10 s", "SIGTERM to srt-live-transmit, started again",
         _goes_away(SrtReceiver.stop), _ABORTS, seconds=90),
     Row("srt-down", "SRT link down for 20 s", "the proxy drops every datagram", _down, _ABORTS, seconds=110),
-    Row("srt-loss-5", "SRT 5 % loss", "the proxy drops 5 % of the datagrams each way, for 20 s, and delays all by 20 ms",
-        _lossy(0.05), {STANDARD: _streams_on(0.97), RESILIENT: _streams_on(0.97)}, seconds=90),
+    Row("srt-loss-5", "SRT 5 % loss",
+        "the proxy drops 5 % of the datagrams each way, for 20 s, and delays all by 20 ms", _lossy(0.05),
+        {STANDARD: _streams_on(0.97), RESILIENT: _streams_on(0.97)}, seconds=90),
     Row("srt-loss-30", "SRT 30 % loss", "the same with 30 %",
         _lossy(0.3), {STANDARD: _streams_on(0.5), RESILIENT: _streams_on(0.5)}, seconds=90),
-    Row("srt-passphrase", "SRT wrong passphrase", "listener and stream have different ones", _wrong_passphrase, STOPPED),
+    Row("srt-passphrase", "SRT wrong passphrase", "listener and stream have different ones", _wrong_passphrase,
+        STOPPED),
     Row("srt-none", "no SRT listener", "nobody has the UDP port", _no_listener, STOPPED),
 ]

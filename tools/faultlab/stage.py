@@ -40,7 +40,9 @@ class Stage:
         first = self.add_profile("first", url, key, **settings)
         picture = trial.folder / "picture.png"
         _noise(picture)
-        self._process = trial.start_program("fault_stage", str(config), str(first), str(picture), main_url)
+        # The pictures are drawn by the graphics thread itself, so that what it waits for can be told.
+        self._process = trial.start_program("fault_stage", str(config), str(first), str(picture), main_url,
+                                            LP_NUM_THREADS="0")
         threading.Thread(target=self._read, daemon=True).start()
         self.wait(lambda event: "figures" in event, 30, "stage ready")
 

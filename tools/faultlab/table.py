@@ -37,8 +37,9 @@ replaces the cells of those rows alone. The figures here are from {machine}.
 - *packets lost*: video packets that were sent and that no server received, from the fault to the
   stream's end; pictures that were never sent because there was no connection are not among them.
 - *memory peak*: of the whole process, the host included.
-- *main stream*: frames that the host's graphics thread was late with, from the fault on, of all it
-  drew; and how long the main stream stood still, where that was over a second.
+- *main stream*: frames that the host's graphics thread was late with, from the fault on; in brackets
+  those that were late while that thread waited for a free processor, as the machine had other work to
+  do besides. And how long the main stream stood still, where that was over a second.
 
 Two figures in a cell are standard / resilient.
 """
@@ -75,7 +76,8 @@ def machine() -> str:
 def _json_lines(kept: Kept) -> Iterator[str]:
     """A line for each result, so that a difference shows what was played anew."""
     for name, results in kept.items():
-        lines = (f"  {json.dumps(policy)}: {json.dumps(result, ensure_ascii=False)}" for policy, result in results.items())
+        lines = (f"  {json.dumps(policy)}: {json.dumps(result, ensure_ascii=False)}"
+                 for policy, result in results.items())
         yield f" {json.dumps(name)}: {{\n" + ",\n".join(lines) + "}"
 
 
@@ -104,7 +106,9 @@ def _plain(name: str, unit: str = "") -> Callable[[dict[str, Any]], str]:
 
 def _main(result: dict[str, Any]) -> str:
     pause = result["more"].get("main_pause_ms", 0)
-    return _plain("main_lagged")(result) + (f", stood still {pause / 1000:.1f} s" if pause > 1000 else "")
+    waiting = result["more"].get("late_waiting")
+    late = _plain("main_lagged")(result) + (f" (+{waiting})" if waiting else "")
+    return late + (f", stood still {pause / 1000:.1f} s" if pause > 1000 else "")
 
 
 _FIGURES = (_seconds("notice_ms"), _seconds("recover_ms"), _plain("packets_lost"), _plain("memory_peak_mb", " MB"),

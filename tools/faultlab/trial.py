@@ -44,14 +44,14 @@ class Trial:
     def play(self) -> Result:
         return self._row.play(self)
 
-    def start_program(self, name: str, *arguments: str) -> subprocess.Popen:
+    def start_program(self, name: str, *arguments: str, **variables: str) -> subprocess.Popen:
         """A program of the build, its input and output to be used by the row; what it says beside
-        goes into the row's folder."""
+        goes into the row's folder. `variables` goes into its environment."""
         path = next((_PROJECT / "build" / self.preset / "tools/faultlab").glob(f"*/{name}"))
         with (self.folder / f"{name}.err").open("ab") as errors:
-            process = subprocess.Popen([str(path), *arguments], env=os.environ | self.screen.environment, text=True,
-                                       cwd=self.folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                       stderr=errors, bufsize=1)
+            process = subprocess.Popen([str(path), *arguments], cwd=self.folder, text=True, bufsize=1,
+                                       env=os.environ | self.screen.environment | variables,
+                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=errors)
         self._programs.append(process)
         return process
 

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <string_view>
@@ -34,6 +36,28 @@ void add_memory(QJsonObject &figures) {
             figures["peak_kb"] = std::stoi(rest);
         }
     }
+}
+
+// The kernel's account of the thread: time on a processor, time waiting for one (ns), and turns.
+std::filesystem::path graphics_thread_account() {
+    for (const auto &thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(thread.path() / "comm"), name);
+        if (name.starts_with("libobs: graphic")) {
+            return thread.path() / "schedstat";
+        }
+    }
+    return {};
+}
+
+void add_processor_time(QJsonObject &figures) {
+    // libobs keeps the thread while it runs.
+    static const std::filesystem::path account = graphics_thread_account();
+    int64_t running = 0;
+    int64_t waiting = 0;
+    std::ifstream(account) >> running >> waiting;
+    figures["graphics_wait_ms"] = static_cast<qint64>(waiting / kNsPerMs);
+    figures["cpu_ms"] = static_cast<qint64>(std::clock() / (CLOCKS_PER_SEC / 1000));
 }
 
 void add_output(QJsonObject &figures, obs_output_t *output) {
@@ -87,6 +111,7 @@ void Figures::run(const std::stop_token &end) {
             {"lagged", static_cast<qint64>(obs_get_lagged_frames())},
             {"rendered", static_cast<qint64>(obs_get_total_frames())}};
         add_memory(figures);
+        add_processor_time(figures);
         add_outputs(figures);
         report({{"figures", figures}});
         std::this_thread::sleep_for(kReport);

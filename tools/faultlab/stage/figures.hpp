@@ -17,7 +17,9 @@ namespace corvane::lab {
 //   ui_pause_ms    longest standstill of the UI thread's event loop since the last report, the
 //                  one that still lasts included
 //   rss_kb, peak_kb   memory of the process
+//   cpu_ms            processor time of the process
 //   lagged, rendered  frames of the host's graphics thread
+//   graphics_wait_ms  for how long that thread was ready to run and got no processor
 //   main_frames, main_bytes   what the main stream has sent
 //   frames, bytes, dropped, congestion, connect_ms   of the vertical stream, as the host shows them
 class Figures {
