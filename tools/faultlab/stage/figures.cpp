@@ -51,11 +51,10 @@ std::filesystem::path graphics_thread_account() {
 }
 
 void add_processor_time(QJsonObject &figures) {
-    // libobs keeps the thread while it runs.
-    static const std::filesystem::path account = graphics_thread_account();
     int64_t running = 0;
     int64_t waiting = 0;
-    std::ifstream(account) >> running >> waiting;
+    // libobs makes the thread anew when the video is reset.
+    std::ifstream(graphics_thread_account()) >> running >> waiting;
     figures["graphics_wait_ms"] = static_cast<qint64>(waiting / kNsPerMs);
     figures["cpu_ms"] = static_cast<qint64>(std::clock() / (CLOCKS_PER_SEC / 1000));
 }
