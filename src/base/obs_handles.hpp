@@ -23,4 +23,18 @@ using HostString = std::unique_ptr<char, ReleaseWith<bfree>>;
 using ViewHandle = std::unique_ptr<obs_view_t, ReleaseWith<obs_view_destroy>>;
 using ConfigHandle = std::unique_ptr<config_t, ReleaseWith<config_close>>;
 
+// What is handed to a signal or procedure and what comes back.
+class Calldata {
+public:
+    Calldata() { calldata_init(&data_); }
+    ~Calldata() { calldata_free(&data_); }
+    Calldata(const Calldata &) = delete;
+    Calldata &operator=(const Calldata &) = delete;
+
+    calldata_t *get() { return &data_; }
+
+private:
+    calldata_t data_{};
+};
+
 } // namespace corvane

@@ -12,6 +12,8 @@ struct CanvasConfig {
     uint32_t fps_num = 30;
     uint32_t fps_den = 1;
     bool use_active_scene_audio = true;
+    // The view runs at the host's frame rate, whatever the one above, see stream_fps_num().
+    bool follow_host_rate = false;
 };
 
 } // namespace corvane

@@ -2,6 +2,7 @@
 #include "canvas/vertical_canvas.hpp"
 
 #include "base/log.hpp"
+#include "canvas/frame_rate_divisor.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -106,14 +107,35 @@ bool VerticalCanvas::add_view(const obs_video_info &host) {
     video_info_.base_height = video_info_.output_height = height();
     video_info_.fps_num = fps_num();
     video_info_.fps_den = fps_den();
+    if (config_.follow_host_rate) {
+        follow_rate_of(host);
+    }
     video_ = obs_view_add2(view_.get(), &video_info_);
     return video_ != nullptr;
+}
+
+// With the rate at which libobs really renders it, a view's clock is true.
+void VerticalCanvas::follow_rate_of(const obs_video_info &host) {
+    video_info_.fps_num = host.fps_num;
+    video_info_.fps_den = host.fps_den;
+    const uint32_t divisor =
+        corvane::frame_rate_divisor(host.fps_num, host.fps_den, fps_num(), fps_den());
+    frame_rate_divisor_ = std::max(divisor, 1U);
+    stream_fps_num_ = divisor == 0 ? host.fps_num : fps_num();
+    stream_fps_den_ = divisor == 0 ? host.fps_den : fps_den();
+    if (divisor != 1) {
+        log_info("Canvas frame rate %u/%u, the host's %u/%u: the stream has %u/%u, one of every %u "
+                 "frames",
+            fps_num(), fps_den(), host.fps_num, host.fps_den, stream_fps_num_, stream_fps_den_,
+            frame_rate_divisor_);
+    }
 }
 
 // libobs renders the view at the host's rate but counts its frames at the canvas's. A slower
 // canvas leaves frames out; a faster one is short of frames and its clock falls behind.
 void VerticalCanvas::warn_if_faster_than(const obs_video_info &host) const {
-    if (uint64_t{fps_num()} * host.fps_den > uint64_t{host.fps_num} * fps_den()) {
+    if (!config_.follow_host_rate &&
+        uint64_t{fps_num()} * host.fps_den > uint64_t{host.fps_num} * fps_den()) {
         log_warning(
             "Canvas frame rate %u/%u is higher than the host's %u/%u: the vertical stream's "
             "clock will run slow — set both to the same rate",

@@ -51,6 +51,12 @@ public:
     uint32_t height() const { return config_.height; }
     uint32_t fps_num() const { return config_.fps_num; }
     uint32_t fps_den() const { return config_.fps_den; }
+    // The rate of the stream, and how many of the video output's frames make one of it. Where the
+    // view follows the host, the canvas's own rate is reached by leaving frames out; where that
+    // does not come out even, the stream has the host's.
+    uint32_t stream_fps_num() const { return stream_fps_num_; }
+    uint32_t stream_fps_den() const { return stream_fps_den_; }
+    uint32_t frame_rate_divisor() const { return frame_rate_divisor_; }
     video_t *video() const { return video_; }
     audio_t *audio() const { return audio_; }
     bool initialised() const { return initialised_; }
@@ -95,6 +101,7 @@ private:
     void add_view_again();
     bool init_locked();
     bool add_view(const obs_video_info &host);
+    void follow_rate_of(const obs_video_info &host);
     void warn_if_faster_than(const obs_video_info &host) const;
 
     void apply_active_audio();
@@ -123,6 +130,9 @@ private:
     // Guards all below down to initialised_.
     mutable std::mutex mutex_;
     obs_video_info video_info_{};
+    uint32_t stream_fps_num_ = config_.fps_num;
+    uint32_t stream_fps_den_ = config_.fps_den;
+    uint32_t frame_rate_divisor_ = 1;
     ViewHandle view_;
     // Belongs to the view's place in the video pipeline.
     video_t *video_ = nullptr;

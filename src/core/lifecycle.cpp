@@ -2,6 +2,7 @@
 #include "core/lifecycle.hpp"
 
 #include "base/log.hpp"
+#include "base/url.hpp"
 #include "core/config_files.hpp"
 #include "core/frontend_events.hpp"
 #include "core/module_state.hpp"
@@ -27,7 +28,8 @@ void log_rule() {
 void log_settings() {
     log_info("Canvas : %ux%u @ %u/%u fps", settings::canvaswidth.get(),
         settings::canvasheight.get(), settings::fpsnum.get(), settings::fpsden.get());
-    log_info("RTMP : %s", settings::rtmpurl.get());
+    const std::string url = settings::rtmpurl.get();
+    log_info("RTMP : %s", (settings::resilience.get() ? without_secrets(url) : url).c_str());
     log_info("Bitrate: %u kbps", settings::videobitrate.get());
     log_info("Auto-start with main: %s", settings::autostartwithmain.get() ? "yes" : "no");
     log_rule();
@@ -40,7 +42,7 @@ bool load_module() {
     log_info("Loading version %s", kVersion);
     log_rule();
 
-    register_mux_output_type();
+    register_mux_output_types();
     log_info("Registered output type: %s", kMuxOutputId);
 
     load_global_config();

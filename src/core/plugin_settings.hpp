@@ -10,7 +10,7 @@
 
 namespace corvane::settings {
 
-// Both files use the same section name.
+// The section of most keys, in both files.
 inline constexpr const char *kSection = "VerticalCanvas";
 
 // The config library's calls for each type of value.
@@ -50,12 +50,13 @@ template <typename T, config_t *ModuleState::*File>
 struct Key {
     const char *name;
     T fallback;
+    const char *section = kSection;
 
     // The stored value, else the default, also when the file is not open. A string belongs to
     // the file and lives until the key is set again or the file closed.
     T get() const {
         config_t *config = module_state.*File;
-        return config ? static_cast<T>(Calls::kGet(config, kSection, name)) : fallback;
+        return config ? static_cast<T>(Calls::kGet(config, section, name)) : fallback;
     }
 
     // Does nothing when the file is not open or a string is null. Never saves.
@@ -66,18 +67,18 @@ struct Key {
             }
         }
         if (config_t *config = module_state.*File) {
-            Calls::kSet(config, kSection, name, value);
+            Calls::kSet(config, section, name, value);
         }
     }
 
     // Whether the file holds a value of its own for the key, so that the default is not meant.
     bool written() const {
         config_t *config = module_state.*File;
-        return config && config_has_user_value(config, kSection, name);
+        return config && config_has_user_value(config, section, name);
     }
 
     void register_default() const {
-        Calls::kSetDefault(module_state.*File, kSection, name, fallback);
+        Calls::kSetDefault(module_state.*File, section, name, fallback);
     }
 
 private:
@@ -102,6 +103,10 @@ inline const ProfileKey<bool> autostartwithmain{"autostartwithmain", true};
 inline const ProfileKey<const char *> encoderpreset{"encoderpreset", "veryfast"};
 inline const ProfileKey<bool> useactivesceneaudio{"useactivesceneaudio", true};
 
+// The output type that keeps the connection, per profile and in the file only; read when the
+// runtime is created.
+inline const ProfileKey<bool> resilience{"enabled", false, "Resilience"};
+
 // DockState: where the dock was, for all profiles. The area is the toolkit's number, 2 the right
 // side; the geometry is base64.
 inline const GlobalKey<bool> dockvisible{"dockvisible", true};
@@ -117,7 +122,7 @@ void register_defaults(const Keys &...keys) {
 // Register the defaults of an open file, in the order of the description.
 inline void register_profile_defaults() {
     register_defaults(rtmpurl, streamkey, videobitrate, canvaswidth, canvasheight, fpsnum, fpsden,
-        autostartwithmain, encoderpreset, useactivesceneaudio);
+        autostartwithmain, encoderpreset, useactivesceneaudio, resilience);
 }
 
 inline void register_global_defaults() {

@@ -23,6 +23,7 @@ CanvasConfig current_canvas_config() {
         .fps_num = settings::fpsnum.get(),
         .fps_den = settings::fpsden.get(),
         .use_active_scene_audio = settings::useactivesceneaudio.get(),
+        .follow_host_rate = settings::resilience.get(),
     };
 }
 
@@ -34,6 +35,7 @@ OutputConfig current_output_config() {
         .bitrate_kbps = settings::videobitrate.get(),
         .encoder_preset = settings::encoderpreset.get(),
         .preferred_encoder = "auto",
+        .resilient = settings::resilience.get(),
     };
 }
 

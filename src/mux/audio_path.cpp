@@ -40,10 +40,12 @@ const char *PacketPath::process_audio_packet(
     }
 
     AudioSlot &state = stream_.audio[slot];
-    record_first(packet->pts, state.first_pts);
-    record_first(packet->dts, state.first_dts);
-    rebase_timestamp(packet->pts, state.first_pts);
-    rebase_timestamp(packet->dts, state.first_dts);
+    if (audio_clock_ == AudioClock::kOwn) {
+        record_first(packet->pts, state.first_pts);
+        record_first(packet->dts, state.first_dts);
+        rebase_timestamp(packet->pts, state.first_pts);
+        rebase_timestamp(packet->dts, state.first_dts);
+    }
     fix_monotonic_ts(packet->pts, packet->dts, state.last_dts);
     enqueue_packet(muxer, *packet, false);
     return nullptr;

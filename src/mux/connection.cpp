@@ -31,8 +31,8 @@ int open_connection(AVFormatContext &context, const StreamUrl &url, Dictionary &
     if (!needs_connection(context)) {
         return 0;
     }
-    const int result =
-        avio_open2(&context.pb, url.url.c_str(), AVIO_FLAG_WRITE, nullptr, options.get());
+    const int result = avio_open2(
+        &context.pb, url.url.c_str(), AVIO_FLAG_WRITE, &context.interrupt_callback, options.get());
     return result < 0 ? result : 0;
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The network connection of an open muxer, without time limits: these calls block as long as
-// the network does.
+// The network connection of an open muxer. These calls block as long as the network does, or until
+// the context's interrupt callback ends them.
 #pragma once
 
 #include "mux/muxer.hpp"

@@ -12,7 +12,7 @@ constexpr uint32_t kVideoAndAudio = OBS_OUTPUT_VIDEO | OBS_OUTPUT_AUDIO;
 
 MuxOutput::MuxOutput(obs_data_t *settings, obs_output_t *output)
     : output_(output) {
-    read_settings(settings);
+    settings_.read(settings);
 }
 
 MuxOutput::~MuxOutput() {
@@ -23,21 +23,7 @@ MuxOutput::~MuxOutput() {
 
 void MuxOutput::update(obs_data_t *settings) {
     const std::scoped_lock lock(mutex_);
-    read_settings(settings);
-}
-
-void MuxOutput::read_settings(obs_data_t *settings) {
-    const char *server = obs_data_get_string(settings, "server");
-    const char *key = obs_data_get_string(settings, "key");
-    url_ = build_stream_url(server ? server : "", key ? key : "");
-    const long long num = obs_data_get_int(settings, "fps_num");
-    const long long den = obs_data_get_int(settings, "fps_den");
-    if (num > 0) {
-        frame_rate_.num = static_cast<uint32_t>(num);
-    }
-    if (den >= 1) {
-        frame_rate_.den = static_cast<uint32_t>(den);
-    }
+    settings_.read(settings);
 }
 
 bool MuxOutput::start() {
@@ -46,7 +32,7 @@ bool MuxOutput::start() {
         reconnecting_ = false;
         next_retry_ns_ = 0;
         retry_count_ = 0;
-        if (url_.url.empty()) {
+        if (settings_.url.url.empty()) {
             obs_output_set_last_error(output_, "Missing RTMP server/key");
             return false;
         }
@@ -86,7 +72,7 @@ bool MuxOutput::begin_capture() {
     return true;
 }
 
-void MuxOutput::stop() {
+void MuxOutput::stop(bool) {
     {
         const std::scoped_lock lock(mutex_);
         reconnecting_ = false;

@@ -5,7 +5,8 @@
 #include "mux/muxer.hpp"
 #include "mux/packet_path.hpp"
 #include "mux/packet_queue.hpp"
-#include "mux/stream_url.hpp"
+#include "mux/stream_output.hpp"
+#include "mux/stream_settings.hpp"
 
 #include <obs.h>
 
@@ -24,23 +25,18 @@ namespace corvane {
 // thread of its own then drains the queue to the network. Lock order: the output lock, then the
 // queue's mutex. The write thread takes the output lock only when a write failed, see
 // enter_reconnect_mode().
-class MuxOutput {
+class MuxOutput final : public StreamOutput {
 public:
     // The output handle is libobs's and outlives this object.
     MuxOutput(obs_data_t *settings, obs_output_t *output);
-    ~MuxOutput();
+    ~MuxOutput() override;
     MuxOutput(const MuxOutput &) = delete;
     MuxOutput &operator=(const MuxOutput &) = delete;
 
-    // Takes new settings; the address counts from the next opening of the muxer on.
-    void update(obs_data_t *settings);
-
-    // False, with the output's last error set, without an address or when capture cannot begin.
-    bool start();
-    void stop();
-
-    // libobs's encoder threads; null when an encoder failed.
-    void encoded_packet(const encoder_packet *packet);
+    void update(obs_data_t *settings) override;
+    bool start() override;
+    void stop(bool forced) override;
+    void encoded_packet(const encoder_packet *packet) override;
 
 private:
     // Without the output lock.
@@ -50,7 +46,6 @@ private:
     void enter_reconnect_mode(int error);
 
     // With the output lock held.
-    void read_settings(obs_data_t *settings);
     OpenResult open_muxer();
     void close_muxer();
     void free_pending_packets();
@@ -66,8 +61,7 @@ private:
     PacketQueue queue_; // locks itself
 
     std::mutex mutex_; // the output lock, guards everything below
-    StreamUrl url_;
-    FrameRate frame_rate_;
+    StreamSettings settings_;
     bool active_ = false; // between a successful start and stop
     bool fatal_ = false;  // opening the muxer failed for good
     // Written before the first packet is queued and after the write thread has ended, so that

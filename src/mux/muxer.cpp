@@ -10,6 +10,7 @@ extern "C" {
 }
 
 #include <cstring>
+#include <string>
 #include <utility>
 
 namespace corvane {
@@ -179,18 +180,35 @@ OpenResult add_streams(obs_output_t *output, const StreamHeaders &headers, Muxer
 
 } // namespace
 
-OpenResult build_muxer(obs_output_t *output, const StreamUrl &url, FrameRate rate, Muxer &muxer) {
+EncoderHeaders encoder_headers(obs_output_t *output) {
+    bool complete = true;
+    bool any_audio = false;
+    for (size_t slot = 0; slot < kAudioSlots; ++slot) {
+        if (obs_encoder_t *encoder = obs_output_get_audio_encoder(output, slot)) {
+            const bool there = !encoder_header(encoder).empty();
+            any_audio |= there;
+            complete &= there;
+        }
+    }
+    obs_encoder_t *video_encoder = obs_output_get_video_encoder(output);
+    if (!any_audio || !video_encoder || encoder_header(video_encoder).empty()) {
+        return EncoderHeaders::kMissing;
+    }
+    return complete ? EncoderHeaders::kComplete : EncoderHeaders::kUsable;
+}
+
+OpenResult build_muxer(obs_output_t *output, const StreamSettings &settings, Muxer &muxer) {
     StreamHeaders headers;
-    OpenResult result = read_headers(output, rate, headers);
+    OpenResult result = read_headers(output, settings.frame_rate, headers);
     if (result != OpenResult::kOpened) {
         return result;
     }
     Muxer built;
-    built.is_srt = url.is_srt();
+    built.is_srt = settings.url.is_srt();
     AVFormatContext *context = nullptr;
     const char *format = built.is_srt ? "mpegts" : "flv";
-    if (avformat_alloc_output_context2(&context, nullptr, format, url.url.c_str()) < 0 ||
-        !context) {
+    const std::string &url = settings.url.url;
+    if (avformat_alloc_output_context2(&context, nullptr, format, url.c_str()) < 0 || !context) {
         return fatal(output, "avformat_alloc_output_context2 failed");
     }
     built.context.reset(context);
@@ -206,6 +224,15 @@ OpenResult build_muxer(obs_output_t *output, const StreamUrl &url, FrameRate rat
         muxer = std::move(built);
     }
     return result;
+}
+
+void log_opened(const Muxer &muxer, const char *shown_url) {
+    const AVStream &video = *muxer.video;
+    log_info("mux opened: url=%s format=%s video_tb=%d/%d audio_streams=%zu fps=%u/%u "
+             "sample_rate=%d",
+        shown_url, muxer.context->oformat->name, video.time_base.num, video.time_base.den,
+        muxer.audio_count, static_cast<unsigned>(video.avg_frame_rate.num),
+        static_cast<unsigned>(video.avg_frame_rate.den), muxer.first_audio->codecpar->sample_rate);
 }
 
 } // namespace corvane

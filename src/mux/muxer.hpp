@@ -4,7 +4,7 @@
 #pragma once
 
 #include "mux/av_handles.hpp"
-#include "mux/stream_url.hpp"
+#include "mux/stream_settings.hpp"
 
 #include <obs.h>
 
@@ -18,11 +18,6 @@ inline constexpr size_t kAudioSlots = 6;
 
 inline constexpr int kSamplesPerAacPacket = 1024;
 inline constexpr int kFallbackSampleRate = 48000;
-
-struct FrameRate {
-    uint32_t num = 30;
-    uint32_t den = 1;
-};
 
 enum class OpenResult {
     kOpened = 0,
@@ -42,8 +37,19 @@ struct Muxer {
     bool is_open() const { return context != nullptr; }
 };
 
+enum class EncoderHeaders {
+    kMissing,  // there is nothing yet that a stream could be made of
+    kUsable,   // video and at least one track
+    kComplete, // video and all tracks
+};
+// Which of the output's encoders have their codec headers by now.
+EncoderHeaders encoder_headers(obs_output_t *output);
+
 // Builds context, streams and filter from the headers of the output's encoders. Fills `muxer`
 // only with kOpened; sets the output's last error with kFatal.
-OpenResult build_muxer(obs_output_t *output, const StreamUrl &url, FrameRate rate, Muxer &muxer);
+OpenResult build_muxer(obs_output_t *output, const StreamSettings &settings, Muxer &muxer);
+
+// The line that tells how the stream was opened, with the address as it is to be shown.
+void log_opened(const Muxer &muxer, const char *shown_url);
 
 } // namespace corvane

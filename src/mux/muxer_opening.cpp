@@ -12,18 +12,18 @@ namespace corvane {
 // fails, the thread waits at its empty queue until close_muxer() joins it; an opening before
 // that assigns to a joinable thread handle, which ends the process.
 OpenResult MuxOutput::open_muxer() {
-    if (url_.url.empty()) {
+    if (settings_.url.url.empty()) {
         obs_output_set_last_error(output_, "Missing RTMP server/key");
         return OpenResult::kFatal;
     }
     Muxer muxer;
-    const OpenResult built = build_muxer(output_, url_, frame_rate_, muxer);
+    const OpenResult built = build_muxer(output_, settings_, muxer);
     if (built != OpenResult::kOpened) {
         return built;
     }
     AVFormatContext &context = *muxer.context;
-    Dictionary options = connection_options(url_);
-    if (const int error = open_connection(context, url_, options)) {
+    Dictionary options = connection_options(settings_.url);
+    if (const int error = open_connection(context, settings_.url, options)) {
         log_error("avio_open2 failed: %s (code %d)", error_text(error).c_str(), error);
         obs_output_set_last_error(output_, "Stream rejected — check server URL and stream key");
         return OpenResult::kFatal;
@@ -39,12 +39,7 @@ OpenResult MuxOutput::open_muxer() {
     }
     muxer_ = std::move(muxer);
     path_.begin_stream(muxer_);
-    const AVStream &video = *muxer_.video;
-    log_info("mux opened: url=%s format=%s video_tb=%d/%d audio_streams=%zu fps=%u/%u "
-             "sample_rate=%d",
-        url_.url.c_str(), context.oformat->name, video.time_base.num, video.time_base.den,
-        muxer_.audio_count, static_cast<unsigned>(video.avg_frame_rate.num),
-        static_cast<unsigned>(video.avg_frame_rate.den), muxer_.first_audio->codecpar->sample_rate);
+    log_opened(muxer_, settings_.url.url.c_str());
     return OpenResult::kOpened;
 }
 

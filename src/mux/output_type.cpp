@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The output type as libobs sees it: a record of forwards into MuxOutput.
+// The output types as libobs sees them: records of forwards into StreamOutput.
 #include "mux/output_type.hpp"
 
 #include "base/log.hpp"
 #include "mux/mux_output.hpp"
+#include "mux/resilient_output.hpp"
 
 #include <new>
 
@@ -11,9 +12,14 @@ namespace corvane {
 
 namespace {
 
-// No exception passes into libobs: one that nothing catches ends the process here.
-MuxOutput *self(void *data) {
-    return static_cast<MuxOutput *>(data);
+// No exception passes into libobs: one that nothing catches ends the process here. libobs calls
+// with the pointer that create returned, which therefore is one to the base.
+StreamOutput *self(void *data) {
+    return static_cast<StreamOutput *>(data);
+}
+
+const ResilientOutput &resilient(void *data) {
+    return static_cast<const ResilientOutput &>(*self(data));
 }
 
 const char *cv_mux_get_name(void *) noexcept {
@@ -21,7 +27,7 @@ const char *cv_mux_get_name(void *) noexcept {
 }
 
 void *cv_mux_create(obs_data_t *settings, obs_output_t *output) noexcept {
-    return new (std::nothrow) MuxOutput(settings, output);
+    return static_cast<StreamOutput *>(new (std::nothrow) MuxOutput(settings, output));
 }
 
 void cv_mux_destroy(void *data) noexcept {
@@ -33,9 +39,9 @@ bool cv_mux_start(void *data) noexcept {
     return data && self(data)->start();
 }
 
-void cv_mux_stop(void *data, uint64_t) noexcept {
+void cv_mux_stop(void *data, uint64_t timestamp_ns) noexcept {
     if (data) {
-        self(data)->stop();
+        self(data)->stop(timestamp_ns == 0);
     }
 }
 
@@ -63,9 +69,7 @@ obs_properties_t *cv_mux_properties(void *) noexcept {
     return properties;
 }
 
-} // namespace
-
-void register_mux_output_type() {
+obs_output_info standard_type() {
     obs_output_info info = {};
     info.id = kMuxOutputId;
     info.flags = OBS_OUTPUT_VIDEO | OBS_OUTPUT_AUDIO | OBS_OUTPUT_ENCODED | OBS_OUTPUT_MULTI_TRACK;
@@ -78,7 +82,40 @@ void register_mux_output_type() {
     info.update = cv_mux_update;
     info.get_defaults = cv_mux_defaults;
     info.get_properties = cv_mux_properties;
-    obs_register_output_s(&info, sizeof(info));
+    return info;
+}
+
+// The standard type's forwards, another object behind them, and statistics.
+obs_output_info resilient_type() {
+    obs_output_info info = standard_type();
+    info.id = kResilientOutputId;
+    info.get_name = [](void *) noexcept {
+        return "Vertical RTMP Mux (resilient)";
+    };
+    info.create = [](obs_data_t *settings, obs_output_t *output) noexcept -> void * {
+        return static_cast<StreamOutput *>(new (std::nothrow) ResilientOutput(settings, output));
+    };
+    info.get_total_bytes = [](void *data) noexcept {
+        return data ? resilient(data).total_bytes() : 0;
+    };
+    info.get_dropped_frames = [](void *data) noexcept {
+        return data ? resilient(data).dropped_frames() : 0;
+    };
+    info.get_congestion = [](void *data) noexcept {
+        return data ? resilient(data).congestion() : 0.0F;
+    };
+    info.get_connect_time_ms = [](void *data) noexcept {
+        return data ? resilient(data).connect_time_ms() : 0;
+    };
+    return info;
+}
+
+} // namespace
+
+void register_mux_output_types() {
+    for (const obs_output_info &info : {standard_type(), resilient_type()}) {
+        obs_register_output_s(&info, sizeof(info));
+    }
 }
 
 } // namespace corvane

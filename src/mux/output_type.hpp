@@ -3,10 +3,12 @@
 
 namespace corvane {
 
-// The id under which the host knows the vertical stream's output type.
+// The ids under which the host knows the vertical stream's output types: the standard one, and the
+// one that keeps the connection.
 inline constexpr const char *kMuxOutputId = "cv_vertical_mux_rtmp";
+inline constexpr const char *kResilientOutputId = "cv_vertical_mux_resilient";
 
-// Registers the output type with libobs; called once, when the module loads.
-void register_mux_output_type();
+// Registers both with libobs; called once, when the module loads.
+void register_mux_output_types();
 
 } // namespace corvane

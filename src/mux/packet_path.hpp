@@ -18,9 +18,15 @@ namespace corvane {
 // Has no lock of its own: everything runs under the lock of the output that owns it.
 class PacketPath {
 public:
+    enum class AudioClock {
+        kOwn,    // each track begins at 0, wherever it stood
+        kShared, // tracks keep the timestamps they come with, so that a late one stays in time
+    };
+
     // The queue must outlive this object.
-    explicit PacketPath(PacketQueue &queue)
-        : queue_(queue) {}
+    explicit PacketPath(PacketQueue &queue, AudioClock audio_clock = AudioClock::kOwn)
+        : queue_(queue)
+        , audio_clock_(audio_clock) {}
 
     // The muxer was opened: timestamps and gates start anew, nothing of an earlier stream stays.
     void begin_stream(const Muxer &muxer);
@@ -71,6 +77,7 @@ private:
     };
 
     PacketQueue &queue_;
+    const AudioClock audio_clock_;
     Stream stream_;
 };
 

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "mux/stream_url.hpp"
 
+#include "base/url.hpp"
+
 #include <algorithm>
 #include <cctype>
+#include <functional>
 
 namespace corvane {
 
@@ -33,6 +36,43 @@ std::string trimmed(std::string_view text) {
 
 bool StreamUrl::is_srt() const {
     return is_srt_url(url);
+}
+
+std::string StreamUrl::shown() const {
+    return without_secrets(is_srt() ? url : tc_url);
+}
+
+std::vector<std::string> secrets_of(const StreamUrl &url) {
+    // Anything shorter is part of many words, and no secret.
+    constexpr size_t kShortest = 4;
+    std::vector<std::string> secrets;
+    const auto add = [&secrets](std::string_view text) {
+        if (text.size() >= kShortest) {
+            secrets.emplace_back(text);
+        }
+    };
+    if (!url.is_srt()) {
+        add(std::string_view(url.url).substr(std::min(url.url.size(), url.tc_url.size() + 1)));
+    }
+    for (const std::string_view address :
+        {std::string_view(url.url), std::string_view(url.tc_url)}) {
+        const UrlAuthority authority = authority_of(address);
+        if (authority.user_info > 0) {
+            add(address.substr(authority.begin, authority.user_info - 1));
+        }
+        std::string_view query = address.substr(std::min(address.find('?'), address.size()));
+        add(query);
+        while (!query.empty()) {
+            query.remove_prefix(1); // '?' or '&'
+            const std::string_view field = query.substr(0, query.find('&'));
+            if (const size_t equals = field.find('='); equals != std::string_view::npos) {
+                add(field.substr(equals + 1));
+            }
+            query.remove_prefix(field.size());
+        }
+    }
+    std::ranges::sort(secrets, std::ranges::greater(), &std::string::size);
+    return secrets;
 }
 
 bool is_srt_url(std::string_view url) {

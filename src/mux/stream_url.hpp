@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace corvane {
 
@@ -12,7 +13,13 @@ struct StreamUrl {
     std::string tc_url; // RTMP: the application's URL; SRT: empty
 
     bool is_srt() const;
+
+    // The address as others may see it: without the stream key.
+    std::string shown() const;
 };
+
+// The parts of the address that are secret, the longest first.
+std::vector<std::string> secrets_of(const StreamUrl &url);
 
 // Whether the text begins with "srt://", in any letter case.
 bool is_srt_url(std::string_view url);

@@ -13,6 +13,9 @@ struct OutputConfig {
     uint32_t bitrate_kbps = 4000;
     std::string encoder_preset = "veryfast";
     std::string preferred_encoder = "auto";
+    // The output type that keeps the connection, instead of the standard one. Counts when the
+    // VerticalOutput is made.
+    bool resilient = false;
 };
 
 } // namespace corvane

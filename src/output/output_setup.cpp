@@ -53,6 +53,9 @@ bool VerticalOutput::create_video_encoder(const char *id) {
         return false;
     }
     obs_encoder_set_video(encoder, canvas_->video());
+    if (canvas_->frame_rate_divisor() > 1) {
+        obs_encoder_set_frame_rate_divisor(encoder, canvas_->frame_rate_divisor());
+    }
     video_encoder_ = std::move(encoder);
     return true;
 }
@@ -89,12 +92,13 @@ bool VerticalOutput::create_output() {
     }
     obs_data_set_string(settings, "server", config_.url.c_str());
     obs_data_set_string(settings, "key", config_.key.c_str());
-    obs_data_set_int(settings, "fps_num", canvas_->fps_num());
-    obs_data_set_int(settings, "fps_den", canvas_->fps_den());
+    obs_data_set_int(settings, "fps_num", canvas_->stream_fps_num());
+    obs_data_set_int(settings, "fps_den", canvas_->stream_fps_den());
+    const char *type = resilient_ ? kResilientOutputId : kMuxOutputId;
     const std::string name = make_unique_name("cv_mux_output");
-    OBSOutputAutoRelease output = obs_output_create(kMuxOutputId, name.c_str(), settings, nullptr);
+    OBSOutputAutoRelease output = obs_output_create(type, name.c_str(), settings, nullptr);
     if (!output) {
-        log_error("obs_output_create(%s) failed", kMuxOutputId);
+        log_error("obs_output_create(%s) failed", type);
         return false;
     }
     obs_output_set_video_encoder(output, video_encoder_);

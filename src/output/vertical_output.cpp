@@ -3,15 +3,19 @@
 #include "output/vertical_output.hpp"
 
 #include "base/log.hpp"
+#include "base/obs_handles.hpp"
+#include "base/url.hpp"
 #include "canvas/vertical_canvas.hpp"
 #include "output/encoder_candidates.hpp"
 
+#include <string_view>
 #include <utility>
 
 namespace corvane {
 
 VerticalOutput::VerticalOutput(VerticalCanvas *canvas, OutputConfig config)
     : canvas_(canvas)
+    , resilient_(config.resilient)
     , config_(std::move(config)) {}
 
 VerticalOutput::~VerticalOutput() {
@@ -100,7 +104,7 @@ void VerticalOutput::log_before_start(const char *id) const {
         log_info("video_output: width=%u height=%u", video_output_get_width(video),
             video_output_get_height(video));
     }
-    log_info("Vertical output starting: %s", config_.url.c_str());
+    log_info("Vertical output starting: %s", shown_url().c_str());
 }
 
 void VerticalOutput::stop() {
@@ -121,8 +125,31 @@ bool VerticalOutput::is_active() const {
 void VerticalOutput::update_config(const OutputConfig &config) {
     const std::scoped_lock lock(mutex_);
     config_ = config;
-    log_info("VerticalOutput config updated (url: %s, preferred_encoder: %s)", config_.url.c_str(),
+    log_info("VerticalOutput config updated (url: %s, preferred_encoder: %s)", shown_url().c_str(),
         config_.preferred_encoder.c_str());
+}
+
+std::optional<ConnectionState> VerticalOutput::connection_state() const {
+    using enum ConnectionState::Phase;
+    const std::scoped_lock lock(mutex_);
+    if (!resilient_ || !active_locked()) {
+        return std::nullopt;
+    }
+    Calldata answer;
+    proc_handler_call(obs_output_get_proc_handler(output_), "connection_state", answer.get());
+    const std::string_view phase = calldata_string(answer.get(), "phase");
+    return ConnectionState{
+        .phase = phase == "connected"      ? kConnected
+                 : phase == "reconnecting" ? kReconnecting
+                                           : kConnecting,
+        .failures = static_cast<uint32_t>(calldata_int(answer.get(), "failures")),
+        .reason = calldata_string(answer.get(), "reason"),
+    };
+}
+
+// The standard type shows the address as it is.
+std::string VerticalOutput::shown_url() const {
+    return resilient_ ? without_secrets(config_.url) : config_.url;
 }
 
 bool VerticalOutput::active_locked() const {

@@ -6,12 +6,21 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace corvane {
 
 class VerticalCanvas;
+
+// What the output type that keeps the connection says of it.
+struct ConnectionState {
+    enum class Phase { kConnecting, kConnected, kReconnecting } phase;
+    uint32_t failures;  // in a row
+    std::string reason; // of the last; empty without one
+};
 
 // The vertical stream: one video encoder on the canvas, six AAC encoders on the host's audio
 // (one per host track) and the output that sends them.
@@ -41,6 +50,9 @@ public:
 
     bool is_active() const;
 
+    // How the running stream does; nothing when none runs, or with the standard output type.
+    std::optional<ConnectionState> connection_state() const;
+
     // Takes new settings for the next start; a running stream keeps its own.
     void update_config(const OutputConfig &config);
 
@@ -56,8 +68,10 @@ private:
     void release_audio_encoders();
     void log_before_start(const char *id) const;
     const char *encoder_label() const;
+    std::string shown_url() const;
 
     VerticalCanvas *const canvas_;
+    const bool resilient_;
 
     mutable std::mutex mutex_; // guards everything below
     OutputConfig config_;

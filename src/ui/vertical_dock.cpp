@@ -16,6 +16,7 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include <optional>
 #include <vector>
 
 namespace corvane {
@@ -25,6 +26,29 @@ namespace {
 constexpr int kStatusIntervalMs = 500;
 constexpr const char *kIdleStyle = "font-size: 11px; color: #888;";
 constexpr const char *kStreamingStyle = "font-size: 11px; color: #4caf50; font-weight: bold;";
+
+struct StreamStatus {
+    QString text;
+    QString reason; // why it is not on air though it should be
+    bool on_air;
+};
+
+// The standard output type says nothing of its connection: it passes for on air while it runs.
+StreamStatus stream_status(const VerticalOutput *output, bool active) {
+    using enum ConnectionState::Phase;
+    if (!output) {
+        return {QStringLiteral("No output"), {}, false};
+    }
+    const std::optional<ConnectionState> connection = output->connection_state();
+    if (connection && connection->phase == kReconnecting) {
+        return {QStringLiteral("Reconnecting (%1)").arg(connection->failures),
+            QString::fromStdString(connection->reason), false};
+    }
+    if (connection && connection->phase == kConnecting) {
+        return {QStringLiteral("Connecting"), {}, false};
+    }
+    return {active ? QStringLiteral("Streaming") : QStringLiteral("Stopped"), {}, active};
+}
 
 struct Button {
     const char *text;
@@ -244,9 +268,10 @@ void VerticalDock::onStatusTick() {
     const bool active = output && output->is_active();
     startButton->setEnabled(output && !active);
     stopButton->setEnabled(active);
-    const char *text = !output ? "No output" : active ? "Streaming" : "Stopped";
-    statusLabel->setText(QString::fromUtf8(text));
-    statusLabel->setStyleSheet(QString::fromUtf8(active ? kStreamingStyle : kIdleStyle));
+    const StreamStatus status = stream_status(output, active);
+    statusLabel->setText(status.text);
+    statusLabel->setToolTip(status.reason);
+    statusLabel->setStyleSheet(QString::fromUtf8(status.on_air ? kStreamingStyle : kIdleStyle));
 }
 
 } // namespace corvane

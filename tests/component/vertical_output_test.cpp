@@ -41,7 +41,7 @@ class VerticalOutputTest : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         if (!obs_output_get_display_name(kMuxOutputId)) {
-            register_mux_output_type();
+            register_mux_output_types();
         }
     }
     VerticalOutputTest() {

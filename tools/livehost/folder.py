@@ -40,6 +40,7 @@ class Profile:
     fps: int = 30
     bitrate_kbps: int = 1500
     vertical: Mapping[str, object] = field(default_factory=dict)
+    resilient: bool = False
 
 
 @dataclass(frozen=True)
@@ -112,7 +113,7 @@ class HostFolder:
         vertical = folder / f"{MODULE}.ini"
         vertical.unlink(missing_ok=True)
         if profile.vertical:
-            write_ini(vertical, {"VerticalCanvas": profile.vertical})
+            write_ini(vertical, {"VerticalCanvas": profile.vertical, "Resilience": {"enabled": profile.resilient}})
 
     def add_collection(self, name: str, scenes: Mapping[str, Sequence[Source]]) -> None:
         """Adds a scene collection; its first scene is the one on air.

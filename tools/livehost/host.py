@@ -17,7 +17,7 @@ from .screen import OwnScreen, VirtualScreen
 from .sockets import free_port, tcp_listens
 from .waiting import end_child, wait_until
 
-OUTPUT_TYPE = "cv_vertical_mux_rtmp"
+OUTPUT_TYPES = "cv_vertical_mux_rtmp", "cv_vertical_mux_resilient"
 _MAIN_OUTPUT = "simple_stream"
 
 # File times come from a clock that ticks more coarsely than the one Python reads.
@@ -137,7 +137,7 @@ class LiveHost:
 
     def vertical_output(self) -> dict[str, Any] | None:
         """The module's output as the host lists it; none while no stream was ever started."""
-        return self._output("outputKind", OUTPUT_TYPE)
+        return self._output("outputKind", *OUTPUT_TYPES)
 
     def vertical_active(self) -> bool:
         return (self.vertical_output() or {}).get("outputActive", False)
@@ -145,9 +145,9 @@ class LiveHost:
     def main_active(self) -> bool:
         return (self._output("outputName", _MAIN_OUTPUT) or {}).get("outputActive", False)
 
-    def _output(self, key: str, value: str) -> dict[str, Any] | None:
+    def _output(self, key: str, *values: str) -> dict[str, Any] | None:
         outputs = self.request("GetOutputList")["outputs"]
-        return next((output for output in outputs if output[key] == value), None)
+        return next((output for output in outputs if output[key] in values), None)
 
     def _base_environment(self) -> dict[str, str]:
         """Nothing of the person's own configuration, sound server or runtime folder."""

@@ -26,6 +26,7 @@ rtmp {{
       live on;
       record all;
       record_path {folder};
+      {application}
     }}
   }}
 }}
@@ -39,10 +40,12 @@ def _module_folder() -> str:
 
 
 class RtmpServer:
-    """nginx with its RTMP module; each stream key is recorded into the folder as KEY.flv."""
+    """nginx with its RTMP module; each stream key is recorded into the folder as KEY.flv.
+    `application` is further lines for the application "live"."""
 
-    def __init__(self, folder: Path) -> None:
+    def __init__(self, folder: Path, application: str = "") -> None:
         self.folder = folder
+        self._application = application
         self.port = free_port()
         self.url = f"rtmp://127.0.0.1:{self.port}/live"
         self._process: subprocess.Popen | None = None
@@ -58,7 +61,8 @@ class RtmpServer:
         """Starts the server, or starts it again on the same port."""
         self.folder.mkdir(parents=True, exist_ok=True)
         config = self.folder / "nginx.conf"
-        config.write_text(_NGINX_CONFIG.format(modules=_module_folder(), folder=self.folder, port=self.port))
+        config.write_text(_NGINX_CONFIG.format(modules=_module_folder(), folder=self.folder, port=self.port,
+                                               application=self._application))
         log = str(self.folder / "nginx.log")
         self._process = subprocess.Popen(["nginx", "-e", log, "-p", str(self.folder), "-c", str(config)])
         wait_until(lambda: self._process.poll() is not None or tcp_listens(self.port), 20, "RTMP server ready")

@@ -19,7 +19,7 @@ namespace corvane::test {
 class DockRig : public testing::Test {
 protected:
     DockRig() {
-        register_mux_output_type();
+        register_mux_output_types();
         ObsSession::destroy_released_sources();
         open_runtime();
         dock.show();

@@ -22,7 +22,7 @@ namespace corvane::test {
 class MuxRig : public testing::Test {
 protected:
     static void SetUpTestSuite() {
-        register_mux_output_type();
+        register_mux_output_types();
         ScriptedEncoder::register_type();
     }
 
@@ -33,12 +33,13 @@ protected:
         }
     }
 
-    void create(const std::string &server, const char *key, const std::vector<size_t> &tracks) {
+    void create(const std::string &server, const char *key, const std::vector<size_t> &tracks,
+        const char *type = kMuxOutputId) {
         ScriptedEncoder::header_after = 0;
         const OBSDataAutoRelease settings = obs_data_create();
         obs_data_set_string(settings, "server", server.c_str());
         obs_data_set_string(settings, "key", key);
-        output = obs_output_create(kMuxOutputId, "output", settings, nullptr);
+        output = obs_output_create(type, "output", settings, nullptr);
         video = obs_video_encoder_create("scripted_h264", "video", nullptr, nullptr);
         obs_encoder_set_video(video, obs_get_video());
         obs_output_set_video_encoder(output, video);
@@ -88,6 +89,7 @@ protected:
 struct Received {
     std::vector<int> frames;
     std::map<int, int> audio_packets;
+    std::map<int, int64_t> first_dts; // by stream
 
     explicit Received(const std::filesystem::path &file) {
         AVFormatContext *context = nullptr;
@@ -95,6 +97,7 @@ struct Received {
         const PacketHandle packet(av_packet_alloc());
         while (context && av_read_frame(context, packet.get()) == 0) {
             const AVStream *stream = context->streams[packet->stream_index];
+            first_dts.try_emplace(packet->stream_index, packet->dts);
             if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
                 frames.push_back(packet->data[packet->size - 1]);
             } else {

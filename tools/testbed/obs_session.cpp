@@ -8,7 +8,6 @@
 #include <QGuiApplication>
 
 #include <stdexcept>
-#include <string>
 
 namespace corvane::test {
 
@@ -20,15 +19,6 @@ void require(bool condition, const char *what) {
     if (!condition) {
         throw std::runtime_error(std::string("the test host cannot start: ") + what + " failed");
     }
-}
-
-void load_host_module(const std::string &name) {
-    obs_module_t *module = nullptr;
-    const std::string binary = std::string(CVC_HOST_MODULES) + "/" + name + ".so";
-    const std::string data = std::string(CVC_HOST_MODULE_DATA) + "/" + name;
-    require(obs_open_module(&module, binary.c_str(), data.c_str()) == MODULE_SUCCESS &&
-                obs_init_module(module),
-        binary.c_str());
 }
 
 } // namespace
@@ -47,6 +37,15 @@ ObsSession::ObsSession(const std::filesystem::path &config_dir) {
     for (const char *name : {"obs-x264", "obs-ffmpeg", "image-source"}) {
         load_host_module(name);
     }
+}
+
+void ObsSession::load_host_module(const std::string &name) {
+    obs_module_t *module = nullptr;
+    const std::string binary = std::string(CVC_HOST_MODULES) + "/" + name + ".so";
+    const std::string data = std::string(CVC_HOST_MODULE_DATA) + "/" + name;
+    require(obs_open_module(&module, binary.c_str(), data.c_str()) == MODULE_SUCCESS &&
+                obs_init_module(module),
+        binary.c_str());
 }
 
 // What is destroyed may release more: a vertical scene its host scene, that its sources, those

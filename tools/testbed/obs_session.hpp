@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <string>
 
 namespace corvane::test {
 
@@ -20,6 +21,9 @@ public:
     ~ObsSession() { shutdown(); }
     ObsSession(const ObsSession &) = delete;
     ObsSession &operator=(const ObsSession &) = delete;
+
+    // Loads a further module of the host's own; throws when that fails.
+    static void load_host_module(const std::string &name);
 
     // Ends libobs and returns how many of its allocations are still alive.
     static long shutdown();

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "mux/live_buffer.hpp"
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+
+namespace corvane {
+
+namespace {
+
+SharedPacket share(const encoder_packet &packet) {
+    SharedPacket shared(new encoder_packet{});
+    obs_encoder_packet_ref(shared.get(), const_cast<encoder_packet *>(&packet));
+    return shared;
+}
+
+} // namespace
+
+void LiveBuffer::open() {
+    const std::scoped_lock lock(mutex_);
+    empty();
+    dropped_frames_ = 0;
+    keyframe_wanted_ = false;
+    paused_ = false;
+    open_ = true;
+}
+
+void LiveBuffer::close() {
+    {
+        const std::scoped_lock lock(mutex_);
+        empty();
+        open_ = false;
+    }
+    changed_.notify_all();
+}
+
+void LiveBuffer::pause() {
+    const std::scoped_lock lock(mutex_);
+    dropped_frames_ += static_cast<uint64_t>(std::ranges::count_if(packets_, &Entry::is_video));
+    empty();
+    paused_ = true;
+}
+
+void LiveBuffer::resume() {
+    const std::scoped_lock lock(mutex_);
+    keyframe_wanted_ = keyframe_wanted_ || paused_;
+    paused_ = false;
+}
+
+size_t LiveBuffer::push(const encoder_packet &packet) {
+    size_t dropped = 0;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (!open_ || !wanted(packet)) {
+            return 0;
+        }
+        const Clock::time_point now = Clock::now();
+        packets_.push_back({share(packet), now});
+        bytes_ += packet.size;
+        ++arrived_;
+        dropped = make_room(now);
+        dropped_frames_ += dropped;
+    }
+    changed_.notify_one();
+    return dropped;
+}
+
+bool LiveBuffer::wanted(const encoder_packet &packet) {
+    const bool video = packet.type == OBS_ENCODER_VIDEO;
+    if (!paused_ && video && packet.keyframe) {
+        keyframe_wanted_ = false;
+    }
+    const bool refused = paused_ || (video && keyframe_wanted_);
+    if (refused && video) {
+        ++dropped_frames_;
+    }
+    return !refused;
+}
+
+SharedPacket LiveBuffer::wait_pop() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return !packets_.empty() || !open_; });
+    if (!open_) {
+        return nullptr;
+    }
+    SharedPacket packet = std::move(packets_.front().packet);
+    packets_.pop_front();
+    bytes_ -= packet->size;
+    return packet;
+}
+
+bool LiveBuffer::wait_for_more(Clock::time_point until) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_until(lock, until, [this] { return arrived_ != seen_ || !open_; });
+    seen_ = arrived_;
+    return open_;
+}
+
+uint64_t LiveBuffer::dropped_frames() const {
+    const std::scoped_lock lock(mutex_);
+    return dropped_frames_;
+}
+
+float LiveBuffer::fill() const {
+    const std::scoped_lock lock(mutex_);
+    if (packets_.empty()) {
+        return 0;
+    }
+    const std::chrono::duration<float> waited = Clock::now() - packets_.front().arrival;
+    const float bytes = static_cast<float>(bytes_) / static_cast<float>(kMaxBytes);
+    return std::clamp(std::max(waited / kMaxWait, bytes), 0.0F, 1.0F);
+}
+
+void LiveBuffer::empty() {
+    packets_.clear();
+    bytes_ = 0;
+}
+
+size_t LiveBuffer::make_room(Clock::time_point now) {
+    const auto too_old = [now](const Entry &entry) {
+        return now - entry.arrival > kMaxWait;
+    };
+    size_t dropped = 0;
+    for (;;) {
+        const auto video = std::ranges::find_if(packets_, &Entry::is_video);
+        if (video == packets_.end() || (bytes_ <= kMaxBytes && !too_old(*video))) {
+            break;
+        }
+        dropped += drop_to_next_keyframe(video);
+    }
+    while (!packets_.empty() && (bytes_ > kMaxBytes || too_old(packets_.front())) &&
+           !packets_.front().is_video()) {
+        bytes_ -= packets_.front().packet->size;
+        packets_.pop_front();
+    }
+    return dropped;
+}
+
+// The first keyframe after the oldest video packet begins what is kept; without one all video
+// goes, and what comes until a keyframe too.
+size_t LiveBuffer::drop_to_next_keyframe(std::deque<Entry>::iterator oldest_video) {
+    const auto keyframe = std::find_if(std::next(oldest_video), packets_.end(),
+        [](const Entry &entry) { return entry.is_video() && entry.packet->keyframe; });
+    keyframe_wanted_ = keyframe == packets_.end();
+    const auto kept = std::stable_partition(
+        oldest_video, keyframe, [](const Entry &entry) { return !entry.is_video(); });
+    const auto dropped = static_cast<size_t>(std::distance(kept, keyframe));
+    std::for_each(kept, keyframe, [this](const Entry &entry) { bytes_ -= entry.packet->size; });
+    packets_.erase(kept, keyframe);
+    return dropped;
+}
+
+} // namespace corvane

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include "mux/encoded_packet.hpp"
+#include "mux/interrupt.hpp"
+#include "mux/live_buffer.hpp"
+#include "mux/muxer.hpp"
+#include "mux/packet_path.hpp"
+#include "mux/packet_queue.hpp"
+#include "mux/stream_output.hpp"
+#include "mux/stream_settings.hpp"
+
+#include <obs.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace corvane {
+
+// The second output type. Streams what MuxOutput streams, but all that touches the network is
+// done on a thread of its own, and a lost connection is made again for as long as the stream is
+// wanted. That thread lives from a start to the end of the stream, which it alone tells libobs, so
+// that a stream ends once, however it ends. The host's threads only fill the buffer.
+//
+// No lock is held around a call into libobs or FFmpeg.
+class ResilientOutput final : public StreamOutput {
+public:
+    // The output handle is libobs's and outlives this object.
+    ResilientOutput(obs_data_t *settings, obs_output_t *output);
+    ~ResilientOutput() override;
+    ResilientOutput(const ResilientOutput &) = delete;
+    ResilientOutput &operator=(const ResilientOutput &) = delete;
+
+    void update(obs_data_t *settings) override;
+    bool start() override;
+    // Returns at once; the stream has ended within a second.
+    void stop(bool forced) override;
+    void encoded_packet(const encoder_packet *packet) override;
+
+    // For the host's statistics. Any thread.
+    uint64_t total_bytes() const { return total_bytes_; }
+    int dropped_frames() const;
+    float congestion() const { return buffer_.fill(); }
+    int connect_time_ms() const { return connect_time_ms_; }
+
+private:
+    // A connection that ends sooner was one that the server did not want.
+    static constexpr std::chrono::seconds kProven{5};
+
+    enum class Phase { kStopped, kConnecting, kConnected, kReconnecting };
+
+    // Why the stream is not on air.
+    struct Failure {
+        const char *call;
+        int code; // FFmpeg's
+    };
+
+    // Any thread.
+    bool wanted();
+    void end(int code);
+    static void report_state(void *self, calldata_t *answer);
+
+    // The network thread, and what it alone calls.
+    void run();
+    StreamSettings current_settings();
+    bool connect(const StreamSettings &settings);
+    bool wait_for_headers();
+    std::optional<Failure> open_stream(const StreamSettings &settings);
+    void connected(const StreamUrl &url);
+    void not_connected(const Failure &failure);
+    void proven();
+    void connection_lost();
+    void send_until_lost();
+    void send(const encoder_packet &packet);
+    void write(AVPacket &packet);
+    void count_bad_packet(const char *reason);
+    void hang_up();
+    void wait_before_retry();
+    void tell_the_end();
+
+    void report_dropped(size_t dropped); // libobs's encoder threads, one at a time
+
+    obs_output_t *const output_;
+    LiveBuffer buffer_; // locks itself
+    Interrupt interrupt_;
+    std::atomic<uint64_t> total_bytes_ = 0;
+    std::atomic<int> bad_packets_ = 0;
+    std::atomic<int> connect_time_ms_ = 0;
+
+    // Of the network thread.
+    Muxer muxer_;
+    PacketQueue ready_; // what the path has made of the last packet
+    PacketPath path_{ready_, PacketPath::AudioClock::kShared};
+    std::optional<EncodedPacket> zero_; // the connection's first keyframe, without payload
+    int lost_ = 0;                      // the error that ended the connection
+    uint64_t earlier_bytes_ = 0;        // of the connections before
+    bool proven_ = false;               // the connection has lasted
+    LiveBuffer::Clock::time_point connected_at_;
+    LiveBuffer::Clock::time_point bad_packet_reported_;
+
+    // Of libobs's encoder threads.
+    size_t unreported_drops_ = 0;
+    LiveBuffer::Clock::time_point drops_reported_;
+
+    std::thread thread_; // of the threads that start and destroy
+
+    std::mutex mutex_; // guards everything below
+    std::condition_variable changed_;
+    StreamSettings settings_;
+    std::optional<bool> capturing_; // whether capture has begun; none while it does
+    std::optional<int> end_code_ = OBS_OUTPUT_SUCCESS; // none while the stream is wanted
+    bool forced_ = false;                              // the end was
+    Phase phase_ = Phase::kStopped;
+    uint32_t failures_ = 0; // in a row, without a connection that lasted
+    std::string reason_;    // of the last
+};
+
+} // namespace corvane

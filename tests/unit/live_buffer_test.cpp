@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// What a network that does not keep up makes of the packets that wait for it.
+#include "mux/live_buffer.hpp"
+
+#include <obs-avc.h>
+#include <util/bmem.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace corvane;
+
+namespace {
+
+constexpr size_t kMegabyte = 1U << 20U;
+
+// "K" a keyframe, "v" another picture, "a" sound; each of one megabyte, as libobs allocates them.
+size_t push(LiveBuffer &buffer, char kind) {
+    auto *block = static_cast<uint8_t *>(bmalloc(sizeof(long) + kMegabyte));
+    *reinterpret_cast<long *>(block) = 1;
+    encoder_packet packet = {};
+    packet.data = block + sizeof(long);
+    packet.size = kMegabyte;
+    packet.type = kind == 'a' ? OBS_ENCODER_AUDIO : OBS_ENCODER_VIDEO;
+    packet.keyframe = kind == 'K';
+    const size_t dropped = buffer.push(packet);
+    obs_encoder_packet_release(&packet);
+    return dropped;
+}
+
+std::string push_all(LiveBuffer &buffer, const std::string &kinds) {
+    std::string dropped;
+    for (const char kind : kinds) {
+        dropped += std::to_string(push(buffer, kind)) + " ";
+    }
+    return dropped;
+}
+
+std::string contents(LiveBuffer &buffer) {
+    std::string kinds;
+    while (buffer.fill() > 0) {
+        const SharedPacket packet = buffer.wait_pop();
+        kinds += packet->type == OBS_ENCODER_AUDIO ? 'a' : packet->keyframe ? 'K' : 'v';
+    }
+    return kinds;
+}
+
+} // namespace
+
+// Sound must outlive the pictures, and what is left of them must be decodable.
+TEST(LiveBuffer, drops_whole_groups_of_pictures_first) {
+    const long before = bnum_allocs();
+    LiveBuffer buffer;
+    EXPECT_EQ(push(buffer, 'K'), 0U);
+    EXPECT_EQ(contents(buffer), "") << "took a packet before it was opened";
+
+    buffer.open();
+    push_all(buffer, "Kvav" + std::string(56, 'v') + "Kavv");
+    EXPECT_EQ(push(buffer, 'v'), 59U) << "the 65th megabyte costs the first group";
+    EXPECT_EQ(contents(buffer), "aKavvv");
+    EXPECT_EQ(buffer.dropped_frames(), 59U);
+
+    // Without another keyframe all pictures go, and those that come until there is one.
+    EXPECT_EQ(
+        push_all(buffer, "aK" + std::string(62, 'v')).find_first_not_of("0 "), std::string::npos);
+    EXPECT_EQ(push_all(buffer, "vavKva"), "64 0 0 0 0 0 ");
+    EXPECT_EQ(contents(buffer), "aaKva");
+    EXPECT_EQ(buffer.dropped_frames(), 59U + 64U + 1U);
+
+    // Sound alone is bounded, too: the oldest goes.
+    push_all(buffer, std::string(70, 'a'));
+    EXPECT_EQ(contents(buffer), std::string(64, 'a'));
+
+    // A connection that was gone begins with a keyframe; what it missed is counted.
+    push_all(buffer, "Kv");
+    buffer.pause();
+    EXPECT_EQ(push_all(buffer, "Kva"), "0 0 0 ");
+    buffer.resume();
+    push_all(buffer, "vaKv");
+    EXPECT_EQ(contents(buffer), "aKv");
+    EXPECT_EQ(buffer.dropped_frames(), 124U + 2U + 2U + 1U);
+
+    push_all(buffer, "Kva");
+    buffer.close();
+    EXPECT_EQ(buffer.wait_pop(), nullptr);
+    EXPECT_EQ(bnum_allocs(), before) << "kept packets";
+}
