@@ -9,27 +9,7 @@ project=$PWD
 preset=$1
 shift
 build="$project/build/$preset"
-screen_dir=$(mktemp -d)
-screen_pid=
-
-end_screen() {
-  [ -n "$screen_pid" ] && kill "$screen_pid" 2>/dev/null && wait "$screen_pid" 2>/dev/null
-  rm -rf "$screen_dir"
-}
-trap end_screen EXIT
-
-start_screen() {
-  mkfifo "$screen_dir/number"
-  Xvfb -displayfd 3 -screen 0 800x600x24 -nolisten tcp 3>"$screen_dir/number" 2>"$screen_dir/log" &
-  screen_pid=$!
-  local number
-  if ! read -r -t 20 number <"$screen_dir/number"; then
-    cat "$screen_dir/log" >&2
-    echo "test.sh: Xvfb did not start" >&2
-    exit 1
-  fi
-  export DISPLAY=":$number"
-}
+. tools/screen.sh
 
 export QT_QPA_PLATFORM=xcb LIBGL_ALWAYS_SOFTWARE=1
 export ASAN_OPTIONS="detect_stack_use_after_return=1"
@@ -48,6 +28,7 @@ ctest --test-dir "$build" --output-on-failure --progress || status=1
 
 case $preset in
   release | debug)
+    tools/build.sh fuzz && tools/fuzz.sh "$@" || status=1
     if [ -d tests/host ]; then
       words=$(printf ' or %s' "$@")
       CVC_MODULE="$build/src/corvane-vertical-canvas.so" \

@@ -29,6 +29,17 @@ void remove_marker(obs_source_t *source) {
     }
 }
 
+constexpr uint32_t kLongestSide = 16384; // of a texture, with common drivers
+
+// libobs refuses other sizes too, but leaves a thread behind that holds up the host's end; where
+// memory is short for them it ends the process.
+bool size_is_possible(uint32_t width, uint32_t height, video_format format) {
+    const bool whole_colour =
+        format == VIDEO_FORMAT_I444 || format == VIDEO_FORMAT_RGBA || format == VIDEO_FORMAT_BGRA;
+    return std::max(width, height) <= kLongestSide &&
+           (whole_colour || (width % 2 == 0 && height % 2 == 0));
+}
+
 } // namespace
 
 VerticalCanvas::VerticalCanvas(const CanvasConfig &config)
@@ -86,6 +97,11 @@ bool VerticalCanvas::init_locked() {
 // Puts the view into the video pipeline with the host's formats and the canvas's own size and
 // rate. Base and output size are equal so that nothing is rescaled.
 bool VerticalCanvas::add_view(const obs_video_info &host) {
+    if (!size_is_possible(width(), height(), host.output_format)) {
+        log_error("Canvas size %ux%u is not possible: at most %ux%u, and even numbers", width(),
+            height(), kLongestSide, kLongestSide);
+        return false;
+    }
     video_info_ = host;
     video_info_.base_width = video_info_.output_width = width();
     video_info_.base_height = video_info_.output_height = height();

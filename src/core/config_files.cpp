@@ -3,6 +3,7 @@
 
 #include "base/log.hpp"
 #include "base/obs_handles.hpp"
+#include "core/guarded_config.hpp"
 #include "core/module_state.hpp"
 #include "core/plugin_settings.hpp"
 
@@ -24,15 +25,6 @@ void close_config(config_t *&config) {
     config = nullptr;
 }
 
-bool open_config(config_t *&config, const std::string &path) {
-    ensure_parent_dir(path);
-    return config_open(&config, path.c_str(), CONFIG_OPEN_ALWAYS) == CONFIG_SUCCESS;
-}
-
-bool save_config(config_t *config) {
-    return config_save_safe(config, "tmp", nullptr) == CONFIG_SUCCESS;
-}
-
 } // namespace
 
 void load_global_config() {
@@ -42,10 +34,12 @@ void load_global_config() {
         log_warning("Could not resolve global config path");
         return;
     }
-    if (!open_config(module_state.global_config, path)) {
+    ensure_parent_dir(path);
+    if (!open_guarded_config(module_state.global_config, path)) {
         log_warning("Failed to open global config: %s", path.c_str());
         return;
     }
+    module_state.global_config_path = path;
     settings::register_global_defaults();
     log_info("Global config loaded from: %s", path.c_str());
 }
@@ -57,22 +51,26 @@ void load_profile_config() {
         log_warning("Could not resolve profile config path");
         return;
     }
-    if (!open_config(module_state.profile_config, path)) {
+    ensure_parent_dir(path);
+    if (!open_guarded_config(module_state.profile_config, path)) {
         log_warning("Failed to open profile config: %s", path.c_str());
         return;
     }
+    module_state.profile_config_path = path;
     settings::register_profile_defaults();
     log_info("Profile config loaded from: %s", path.c_str());
 }
 
 void save_global_file() {
-    if (module_state.global_config && !save_config(module_state.global_config)) {
+    if (module_state.global_config &&
+        !save_guarded_config(module_state.global_config, module_state.global_config_path)) {
         log_warning("Failed to save global config");
     }
 }
 
 void save_profile_file() {
-    if (module_state.profile_config && !save_config(module_state.profile_config)) {
+    if (module_state.profile_config &&
+        !save_guarded_config(module_state.profile_config, module_state.profile_config_path)) {
         log_warning("Failed to save profile config");
     }
 }

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <string>
 
 namespace corvane {
 
@@ -41,6 +42,9 @@ struct ModuleState {
     // thread.
     config_t *global_config = nullptr;
     config_t *profile_config = nullptr;
+    // Where each was opened.
+    std::string global_config_path;
+    std::string profile_config_path;
 
     bool event_callback_registered = false;
     // Set while a front-end event is being handled.

@@ -2,8 +2,11 @@
 #include "mux/timestamps.hpp"
 
 extern "C" {
+#include <libavutil/common.h>
 #include <libavutil/mathematics.h>
 }
+
+#include <algorithm>
 
 namespace corvane {
 
@@ -26,7 +29,7 @@ void fix_monotonic_ts(int64_t &pts, int64_t &dts, int64_t &last_dts) {
         return;
     }
     if (last_dts != AV_NOPTS_VALUE && dts <= last_dts) {
-        dts = last_dts + 1;
+        dts = av_sat_add64(last_dts, 1);
     }
     if (pts != AV_NOPTS_VALUE && pts < dts) {
         pts = dts;
@@ -36,7 +39,8 @@ void fix_monotonic_ts(int64_t &pts, int64_t &dts, int64_t &last_dts) {
 
 void rebase_timestamp(int64_t &timestamp, int64_t base) {
     if (timestamp != AV_NOPTS_VALUE && base != AV_NOPTS_VALUE) {
-        timestamp -= base;
+        // Out of range it stays at the edge, beside the value that means "missing".
+        timestamp = std::max(av_sat_sub64(timestamp, base), AV_NOPTS_VALUE + 1);
     }
 }
 

@@ -5,6 +5,10 @@
 #include "mux/packet_path.hpp"
 #include "mux/timestamps.hpp"
 
+extern "C" {
+#include <libavutil/common.h>
+}
+
 #include <algorithm>
 #include <utility>
 
@@ -84,8 +88,9 @@ const char *PacketPath::process_video_packet(const Muxer &muxer, const EncodedPa
 // Without a dts a packet follows the one before it; without a pts it is shown when decoded.
 void PacketPath::fill_missing_timestamps(AVPacket &packet) const {
     if (packet.dts == AV_NOPTS_VALUE) {
-        packet.dts =
-            stream_.last_video_dts == AV_NOPTS_VALUE ? 0 : stream_.last_video_dts + packet.duration;
+        packet.dts = stream_.last_video_dts == AV_NOPTS_VALUE
+                         ? 0
+                         : av_sat_add64(stream_.last_video_dts, packet.duration);
     }
     if (packet.pts == AV_NOPTS_VALUE) {
         packet.pts = packet.dts;

@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "testbed/loaded_module.hpp"
 
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <csignal>
+
 namespace corvane::test {
 
 namespace {
@@ -95,17 +100,72 @@ TEST_F(LifecycleTest, LoadsWithWhatIsLeft) {
     }
 }
 
-// A canvas that cannot be built must make the host refuse the module, with nothing registered
-// and the unload that may follow harmless.
-TEST_F(LifecycleTest, RefusesToLoadWithoutCanvas) {
-    use_profile("P", "[VerticalCanvas]\nfpsden=0\n");
-    EXPECT_FALSE(load());
-    EXPECT_THAT(
-        log.take(), testing::IsSupersetOf({"E obs_view_add2() failed", "E Canvas init failed",
-                        "E Runtime init failed — plugin will not load"}));
-    EXPECT_TRUE(StandInFrontend::get().callbacks.empty());
+// What stands in the place of the settings and is none must neither take the host along nor be
+// written over.
+TEST_F(LifecycleTest, LeavesAloneWhatIsNoSettingsFile) {
+    const auto file = profile_file("P");
+    const auto write = [&](const std::string &content) {
+        return [&, content] {
+            write_file(file, content);
+        };
+    };
+    for (const auto &[objection, put] : std::vector<std::pair<std::string, std::function<void()>>>{
+             {"not a file", [&] { std::filesystem::create_directories(file); }},
+             {"not a file", [&] { ASSERT_EQ(mkfifo(file.c_str(), 0600), 0); }},
+             {"too large", write("[VerticalCanvas]\n" + std::string(50 << 20, 'x'))},
+             {"not settings", write(std::string("[VerticalCanvas]\n\0\n", 19))},
+             {"not settings", write("\x89PNG")}}) {
+        SCOPED_TRACE(objection);
+        use_profile("P", "");
+        std::filesystem::remove(file);
+        put();
+        const auto before = last_write_time(file);
+        EXPECT_TRUE(load());
+        EXPECT_THAT(log.take(),
+            IsSupersetOf(
+                {"W Left alone, and nothing is saved there: " + file.string() + " is " + objection,
+                    "W Failed to open profile config: " + file.string(),
+                    std::string("I Canvas : 1080x1920 @ 30/1 fps")}));
+        unload();
+        EXPECT_EQ(last_write_time(file), before);
+        std::filesystem::remove_all(file);
+    }
+}
+
+// A full disk must not cost what was saved before. No file may grow here for as long as it is full.
+TEST_F(LifecycleTest, KeepsTheFilesOnAFullDisk) {
+    use_profile("P", small_profile("rtmp://kept/app"));
+    ASSERT_TRUE(load());
     unload();
-    EXPECT_THAT(log.take(), ElementsAre("I Unloading", "I Unloaded"));
+    const Lines saved = read_lines(profile_file("P"));
+    ASSERT_TRUE(load());
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit usual{};
+    getrlimit(RLIMIT_FSIZE, &usual);
+    const rlimit full{.rlim_cur = 0, .rlim_max = usual.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+    unload();
+    setrlimit(RLIMIT_FSIZE, &usual);
+    EXPECT_EQ(read_lines(profile_file("P")), saved);
+    EXPECT_THAT(log.take(),
+        IsSupersetOf({"W Failed to save global config", "W Failed to save profile config"}));
+}
+
+// A canvas that cannot be built must make the host refuse the module, with nothing registered
+// and the unload that may follow harmless; nor may the attempt hang or end the host.
+TEST_F(LifecycleTest, RefusesToLoadWithoutCanvas) {
+    for (const char *keys : {"fpsden=0", "fpsnum=0", "canvaswidth=0", "canvaswidth=71",
+             "canvasheight=65535", "canvaswidth=-2\ncanvasheight=-2"}) {
+        SCOPED_TRACE(keys);
+        use_profile("P", std::string("[VerticalCanvas]\n") + keys + "\n");
+        EXPECT_FALSE(load());
+        EXPECT_THAT(
+            log.take(), testing::IsSupersetOf({"E obs_view_add2() failed", "E Canvas init failed",
+                            "E Runtime init failed — plugin will not load"}));
+        EXPECT_TRUE(StandInFrontend::get().callbacks.empty());
+        unload();
+        EXPECT_THAT(log.take(), ElementsAre("I Unloading", "I Unloaded"));
+    }
 }
 
 } // namespace

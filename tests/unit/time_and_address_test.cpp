@@ -33,6 +33,7 @@ TEST(Timestamps, grow_strictly_and_pts_never_precedes_dts) {
              Case{"lets dts run back", 3, 2, 9, 10, 10, 10},
              Case{"leaves pts before dts", 1, 20, 9, 20, 20, 20},
              Case{"invents a pts", kNone, 4, 4, kNone, 5, 5},
+             Case{"runs over the end", 1, 1, INT64_MAX, INT64_MAX, INT64_MAX, INT64_MAX},
              Case{"touches a packet without dts", 3, kNone, 9, 3, kNone, 9}}) {
         int64_t pts = c.pts;
         int64_t dts = c.dts;
@@ -51,6 +52,16 @@ TEST(Timestamps, are_rescaled_to_the_nearest_tick) {
     EXPECT_EQ(rescale_timestamp(kNone, {1, 30}, {1, 1000}), kNone) << "a missing one stays missing";
     EXPECT_EQ(frame_duration({30000, 1001}, {1, 90000}), 3003);
     EXPECT_EQ(frame_duration({240000, 1}, {1, 90000}), kFallbackFrameDuration);
+}
+
+// A jump of the clock must neither overflow nor turn into the value that means "missing".
+TEST(Timestamps, stay_in_range_when_rebased) {
+    int64_t late = INT64_MAX - 1;
+    rebase_timestamp(late, -5);
+    EXPECT_EQ(late, INT64_MAX);
+    int64_t early = -INT64_MAX;
+    rebase_timestamp(early, 5);
+    EXPECT_EQ(early, kNone + 1);
 }
 
 TEST(StreamUrl, is_built_from_server_and_key) {
