@@ -133,6 +133,7 @@ std::optional<ResilientOutput::Failure> ResilientOutput::open_connection() {
 void ResilientOutput::connected() {
     path_.begin_stream(connection_->muxer());
     zero_.reset();
+    sound_begun_.reset();
     proven_ = false;
     buffer_.resume();
     log_opened(connection_->muxer(), connection_->url().shown().c_str());

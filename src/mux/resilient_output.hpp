@@ -12,6 +12,7 @@
 #include <obs.h>
 
 #include <atomic>
+#include <bitset>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -92,9 +93,10 @@ private:
     // Of the network thread.
     PacketQueue ready_; // what the path has made of the last packet
     PacketPath path_{ready_, PacketPath::AudioClock::kShared};
-    std::optional<EncodedPacket> zero_; // the connection's first keyframe, without payload
-    uint64_t earlier_bytes_ = 0;        // of the connections before
-    bool proven_ = false;               // the connection has lasted
+    std::optional<EncodedPacket> zero_;    // the connection's first keyframe, without payload
+    std::bitset<kAudioSlots> sound_begun_; // the tracks of the connection that have begun
+    uint64_t earlier_bytes_ = 0;           // of the connections before
+    bool proven_ = false;                  // the connection has lasted
     int bad_packets_ = 0;
     Clock::time_point connected_at_;
     Clock::time_point bad_packet_reported_;

@@ -13,6 +13,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kReportEvery = 1s;
+// FLV has 24 bits for a tag's size, and FFmpeg notices when it has written the tag's beginning:
+// after that the server understands nothing more.
+constexpr size_t kMaxPayload = (1U << 24U) - 1024;
 
 // The moment of the keyframe that opens the stream.
 EncodedPacket zero_at(const EncodedPacket &keyframe) {
@@ -48,7 +51,8 @@ void ResilientOutput::send_until_lost() {
     }
 }
 
-// All tracks begin with the first keyframe; sound from before it has no place in the stream.
+// All tracks begin with the first keyframe; sound from before it has no place in the stream. A
+// clock that jumps back later on is the packet path's matter.
 void ResilientOutput::send(const encoder_packet &packet) {
     const bool video = packet.type == OBS_ENCODER_VIDEO;
     EncodedPacket encoded(packet);
@@ -62,7 +66,14 @@ void ResilientOutput::send(const encoder_packet &packet) {
         zero_ = zero_at(encoded);
     }
     shift(encoded, *zero_);
-    if (!video && encoded.dts != AV_NOPTS_VALUE && encoded.dts < 0) {
+    if (!video && !sound_begun_[packet.track_idx % kAudioSlots]) {
+        if (encoded.dts != AV_NOPTS_VALUE && encoded.dts < 0) {
+            return;
+        }
+        sound_begun_.set(packet.track_idx % kAudioSlots);
+    }
+    if (encoded.payload.size() > kMaxPayload) {
+        count_bad_packet(video, "too large");
         return;
     }
     const Muxer &muxer = connection_->muxer();
