@@ -34,12 +34,12 @@ export UBSAN_OPTIONS="print_stacktrace=1"
 found=$PWD/build/fuzz/found
 mkdir -p "$found"
 status=0 count=0
-for source in tests/fuzz/*_fuzz.cpp; do
+for source in tools/fuzz/*_fuzz.cpp; do
   target=$(basename "$source" _fuzz.cpp)
   chosen "$target" || continue
   count=$((count + 1))
-  program=build/fuzz/tests/fuzz/${target}_fuzz
-  corpus=tests/fuzz/corpus/$target
+  program=build/fuzz/tools/fuzz/${target}_fuzz
+  corpus=tools/fuzz/corpus/$target
   work=$(mktemp -d)
   if "$program" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=4096 -print_final_stats=1 \
     -artifact_prefix="$found/$target-" "$work" "$corpus" >"$work.log" 2>&1; then
