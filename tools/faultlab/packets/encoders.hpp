@@ -75,6 +75,8 @@ inline bool encode_audio(void *data, encoder_frame *frame, encoder_packet *packe
     packet->data = self.payload.data();
     packet->size = self.payload.size();
     packet->type = OBS_ENCODER_AUDIO;
+    packet->timebase_num = 1;
+    packet->timebase_den = 48000;
     packet->pts = packet->dts = frame->pts;
     *received = true;
     return true;
