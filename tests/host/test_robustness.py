@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 """Damaged files, wrong addresses and rude endings: the vertical stream may fail, the host may not."""
 
+import os
 import shutil
 from pathlib import Path
 
@@ -36,7 +37,7 @@ DEFAULT_CANVAS = "Canvas initialised: 1080x1920 @ 30/1 fps"
 
 @pytest.mark.parametrize(("prepare", "lines"), [
     (config_folder_is_a_file, ["Failed to open global config: ", "mux opened: "]),
-    (profile_file(Path.mkdir), [DEFAULT_CANVAS, EMPTY_URL, "Failed to save profile config"]),
+    (profile_file(Path.mkdir), ["Failed to open profile config: ", DEFAULT_CANVAS, EMPTY_URL]),
     (profile_file(lambda path: path.symlink_to(path)), ["Failed to open profile config: ", DEFAULT_CANVAS, EMPTY_URL]),
     (profile_file(lambda path: path.write_bytes(bytes(range(256)) * 64)), [DEFAULT_CANVAS, EMPTY_URL]),
     (keys(canvaswidth="wide"), ["obs_view_add2() failed", "Runtime init failed — plugin will not load"]),
@@ -102,6 +103,19 @@ def test_exit_while_live(stage):
     log = host.log()
     assert log.index("OBS exiting — stopping vertical output") < log.index("[corvane-obs-vertical] Unloaded")
     assert len(stage.vertical().audios) == 6
+
+
+def test_file_modes(stage):
+    """A stream key that others can read on a machine where the host's own files are closed to them."""
+    folder = stage.folder.profile_folder("P")
+    usual = os.umask(0o077)
+    try:
+        with stage.host() as host:
+            host.wait_for_log("Restored 1 scene")
+    finally:
+        os.umask(usual)
+    assert {name: (folder / name).stat().st_mode & 0o777 for name in ("basic.ini", "corvane-vertical-canvas.ini")} == \
+        {"basic.ini": 0o600, "corvane-vertical-canvas.ini": 0o600}
 
 
 def test_profile_folder_vanishes(stage):
