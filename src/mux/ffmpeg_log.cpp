@@ -8,6 +8,7 @@ extern "C" {
 }
 
 #include <cstdarg>
+#include <utility>
 
 namespace corvane {
 
@@ -49,7 +50,7 @@ void on_line(void *context, int level, const char *format, va_list arguments) no
     char piece[2048];
     const int length = av_log_format_line2(
         context, level, format, arguments, piece, static_cast<int>(sizeof(piece)), &print_prefix);
-    if (length < static_cast<int>(sizeof(piece))) {
+    if (std::cmp_less(length, sizeof(piece))) {
         line += piece;
     }
     if (print_prefix == 0) {

@@ -56,7 +56,7 @@ bool LiveBuffer::push(const encoder_packet &packet) {
             return open_ && !paused_;
         }
         const Clock::time_point now = Clock::now();
-        packets_.push_back({share(packet), now});
+        packets_.emplace_back(share(packet), now);
         bytes_ += packet.size;
         ++arrived_;
         make_room(now);
