@@ -24,7 +24,7 @@ _HANG_MS = 10_000
 _STOP_SECONDS = 15
 
 _NOTICES = ("connection lost: ", "entering reconnect mode: ", "avio_open2 failed: ", "avformat_write_header failed: ",
-            "network too slow: ", "reconnect 1 failed: ", "open_muxer fatal")
+            "video frames dropped: ", "reconnect 1 failed: ", "open_muxer fatal")
 
 
 class Receiver(Protocol):

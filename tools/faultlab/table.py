@@ -34,8 +34,9 @@ replaces the cells of those rows alone. The figures here are from {machine}.
 - *time to notice*: from the fault to the first word of it in the log, or to the stream's end.
 - *time to recover*: from the end of the fault, or from the fault where it has no length, until the
   server receives pictures again.
-- *packets lost*: video packets that were sent and that no server received, from the fault to the
-  stream's end; pictures that were never sent because there was no connection are not among them.
+- *packets lost*: video packets that the encoder made until the user stopped the stream and that no
+  server received, those included that were dropped on purpose or for want of a connection. With
+  several streams it is the last one's.
 - *memory peak*: of the whole process, the host included.
 - *main stream*: frames that the host's graphics thread was late with, from the fault on; in brackets
   those that were late while that thread waited for a free processor, as the machine had other work to

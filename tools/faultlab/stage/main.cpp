@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
-#include <optional>
 #include <string>
 #include <thread>
 
@@ -48,8 +47,9 @@ int main(int argc, char **argv) {
             corvane::test::ObsSession::load_host_module(name);
         }
         {
-            corvane::lab::Stage stage({arguments[2], arguments[3], arguments[4]});
-            std::optional<corvane::lab::Figures> figures(std::in_place);
+            corvane::lab::Stage stage(
+                {.profile = arguments[2], .picture = arguments[3], .main_server = arguments[4]});
+            const corvane::lab::Figures figures;
             std::thread reader([&] { read_commands(stage); });
             QApplication::exec();
             reader.join();

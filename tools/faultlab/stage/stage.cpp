@@ -86,8 +86,9 @@ void Stage::build_scene(const QString &picture) {
 // Without motion the encoders would send next to nothing.
 void Stage::move_picture() {
     const double seconds = static_cast<double>(os_gettime_ns()) / 1e9;
-    const vec2 place{static_cast<float>(-80 + 60 * std::sin(seconds * 5)),
-        static_cast<float>(-60 + 50 * std::cos(seconds * 3))};
+    vec2 place;
+    vec2_set(&place, static_cast<float>(-80 + 60 * std::sin(seconds * 5)),
+        static_cast<float>(-60 + 50 * std::cos(seconds * 3)));
     obs_sceneitem_set_pos(item_, &place);
 }
 
