@@ -37,18 +37,21 @@ struct StreamStatus {
 StreamStatus stream_status(const VerticalOutput *output, bool active) {
     using enum ConnectionState::Phase;
     if (!output) {
-        return {QStringLiteral("No output"), {}, false};
+        return {.text = QStringLiteral("No output"), .reason = {}, .on_air = false};
     }
     const std::optional<ConnectionState> connection = output->connection_state();
     if (connection && connection->phase == kReconnecting) {
-        return {QStringLiteral("Reconnecting (%1)").arg(connection->failures),
-            QString::fromStdString(connection->reason), false};
+        return {.text = QStringLiteral("Reconnecting (%1)").arg(connection->failures),
+            .reason = QString::fromStdString(connection->reason),
+            .on_air = false};
     }
     if (connection && connection->phase == kConnecting) {
-        return {QStringLiteral("Connecting"), {}, false};
+        return {.text = QStringLiteral("Connecting"), .reason = {}, .on_air = false};
     }
-    const bool on_air = active && !(connection && connection->phase == kStopped);
-    return {on_air ? QStringLiteral("Streaming") : QStringLiteral("Stopped"), {}, on_air};
+    const bool on_air = active && (!connection || connection->phase != kStopped);
+    return {.text = on_air ? QStringLiteral("Streaming") : QStringLiteral("Stopped"),
+        .reason = {},
+        .on_air = on_air};
 }
 
 struct Button {
