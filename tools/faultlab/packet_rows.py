@@ -46,8 +46,9 @@ _PACKETS: list[tuple[str, str, str, Expectation, Expectation, bool]] = [
     ("20-mb", "a video packet of 20 MB", "one or two", _GOES_ON, _GOES_ON, True),
 ]
 
-# FFmpeg refuses the packet with the first byte of it sent, after which the server makes no sense of the rest.
-_STANDARD_ELSE = {("20-mb", "rtmp"): _HALTS}
+# Over RTMP FFmpeg refuses a packet of that size with its first byte sent, after which the server makes no
+# sense of the rest; over both, sound waits for pictures.
+_STANDARD_ELSE = {("20-mb", "rtmp"): _HALTS, ("empty-packets", "rtmp"): _HALTS, ("empty-packets", "srt"): _HALTS}
 
 # moment, by what, standard over RTMP, standard over SRT
 _MOMENTS = [

@@ -64,7 +64,7 @@ public:
 // Names of any bytes but the one that ends a string.
 void fill(VerticalCanvas &canvas, FuzzedDataProvider &input) {
     const size_t few = input.ConsumeIntegral<uint16_t>();
-    const size_t count = few == 0xFFFF ? 10'000 : few % 32;
+    const size_t count = few == 0xFFFF && input.remaining_bytes() == 0 ? 10'000 : few % 32;
     canvas.remove_scene("Scene 1");
     for (size_t number = 0; number < count; ++number) {
         std::string name = input.ConsumeRandomLengthString(40).c_str();

@@ -34,7 +34,7 @@ struct AudioScript {
 
     static void register_type();
 
-    int frames = 0;
+    std::atomic<int> frames = 0; // counted by one thread, read by others
     std::array<uint8_t, 6> payload = {0x21, 0x10, 0x04, 0x60, 0x8C, 0x1C};
     std::array<uint8_t, 2> header = {0x11, 0x90};
 };

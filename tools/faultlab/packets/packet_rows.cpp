@@ -67,7 +67,7 @@ Fault oddity(char kind) {
             }};
 }
 
-const std::map<std::string, Fault> kFaults = {
+const std::map<std::string, Fault> faults_by_name = {
     {"encoder-fails", {{}, [] { VideoScript::fails = true; }}},
     {"null-packet", {{}, [] { Tap::get().send(nullptr); }}},
     {"silent-track", {{}, silence_track}},
@@ -116,7 +116,7 @@ std::string outcome(Rig &rig, const Server &server, Milliseconds watch) {
 } // namespace
 
 QJsonObject play_packet_row(const std::string &row, bool srt, const std::string &policy) {
-    const Fault &fault = kFaults.at(row);
+    const Fault &fault = faults_by_name.at(row);
     if (fault.before) {
         fault.before();
     }
@@ -133,7 +133,7 @@ QJsonObject play_packet_row(const std::string &row, bool srt, const std::string 
         const Watchdog watchdog("the fault", 20s);
         fault.during();
     }
-    std::string seen = outcome(rig, server, row == "no-headers" ? kHeaderWatch : kWatch);
+    const std::string seen = outcome(rig, server, row == "no-headers" ? kHeaderWatch : kWatch);
     QJsonArray faults;
     if (rig.active()) {
         const Watchdog watchdog("the stop, though it " + seen, 10s);

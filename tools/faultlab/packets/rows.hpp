@@ -9,7 +9,7 @@ namespace corvane::lab {
 
 // Each plays one row and returns the fields of its result. Throw when the row cannot be played.
 
-// ROW is a fault of packets or encoders; see kFaults.
+// ROW is a fault of packets or encoders.
 QJsonObject play_packet_row(const std::string &row, bool srt, const std::string &policy);
 
 // ROW is "stop" or "destroy", MOMENT "connecting", "stalled", "reconnecting", "holding" or "any".

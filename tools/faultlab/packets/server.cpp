@@ -5,11 +5,13 @@
 #include "testbed/wait.hpp"
 
 #include <QDir>
-#include <QTcpSocket>
-#include <QUdpSocket>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -38,14 +40,18 @@ rtmp {{
 }}
 )";
 
+// Over UDP somebody listens where nobody else can.
 bool takes_connections(bool srt, int port) {
-    const auto number = static_cast<quint16>(port);
-    if (srt) {
-        return !QUdpSocket().bind(QHostAddress::LocalHost, number, QUdpSocket::DontShareAddress);
-    }
-    QTcpSocket probe;
-    probe.connectToHost(QHostAddress::LocalHost, number);
-    return probe.waitForConnected(1000);
+    const int probe = socket(AF_INET, srt ? SOCK_DGRAM : SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const auto *generic = reinterpret_cast<const sockaddr *>(&address);
+    const bool takes = srt ? bind(probe, generic, sizeof(address)) != 0
+                           : connect(probe, generic, sizeof(address)) == 0;
+    close(probe);
+    return takes;
 }
 
 } // namespace
