@@ -40,18 +40,28 @@ rtmp {{
 }}
 )";
 
-// Over UDP somebody listens where nobody else can.
-bool takes_connections(bool srt, int port) {
-    const int probe = socket(AF_INET, srt ? SOCK_DGRAM : SOCK_STREAM, 0);
+bool takes_connections(int port) {
+    const int probe = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const auto *generic = reinterpret_cast<const sockaddr *>(&address);
-    const bool takes = srt ? bind(probe, generic, sizeof(address)) != 0
-                           : connect(probe, generic, sizeof(address)) == 0;
+    const bool takes =
+        connect(probe, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
     close(probe);
     return takes;
+}
+
+// Told by the system: who tries the port may keep the server from it.
+bool is_udp_port_bound(int port) {
+    std::ifstream sockets("/proc/net/udp");
+    const std::string local = std::format(":{:04X} ", port);
+    for (std::string line; std::getline(sockets, line);) {
+        if (line.find(local) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace
@@ -80,7 +90,8 @@ void Server::start() {
         std::ofstream(dir + "/conf") << std::format(kConfig, CVC_NGINX_RTMP_MODULE, dir, port_);
         process_.start(CVC_NGINX, {"-c", dir_.filePath("conf"), "-e", dir_.filePath("error.log")});
     }
-    if (!test::wait_until([this] { return takes_connections(srt_, port_); })) {
+    if (!test::wait_until(
+            [this] { return srt_ ? is_udp_port_bound(port_) : takes_connections(port_); })) {
         throw std::runtime_error("the row's server did not start");
     }
 }
