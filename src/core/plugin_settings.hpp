@@ -104,7 +104,8 @@ inline const ProfileKey<const char *> encoderpreset{"encoderpreset", "veryfast"}
 inline const ProfileKey<bool> useactivesceneaudio{"useactivesceneaudio", true};
 
 // The output type that keeps the connection, per profile and in the file only; read when the
-// runtime is created.
+// runtime is created. Has no registered default, which the config library would write into every
+// file: what is missing reads as false.
 inline const ProfileKey<bool> resilience{"enabled", false, "Resilience"};
 
 // DockState: where the dock was, for all profiles. The area is the toolkit's number, 2 the right
@@ -122,7 +123,7 @@ void register_defaults(const Keys &...keys) {
 // Register the defaults of an open file, in the order of the description.
 inline void register_profile_defaults() {
     register_defaults(rtmpurl, streamkey, videobitrate, canvaswidth, canvasheight, fpsnum, fpsden,
-        autostartwithmain, encoderpreset, useactivesceneaudio, resilience);
+        autostartwithmain, encoderpreset, useactivesceneaudio);
 }
 
 inline void register_global_defaults() {
