@@ -84,7 +84,8 @@ def test_mixers_given_back(tones):
 
     with stage.host() as host:
         wait_loaded(host)
-        assert sixth() == [True, False]
+        # Scenes are assigned once more when all is loaded, which takes the marker off for a moment.
+        wait_until(lambda: sixth() == [True, False], 20, "marker on the active scene's source")
         host.request("SetCurrentProfile", profileName="Q")
         assert sixth() == [False, False]
 
