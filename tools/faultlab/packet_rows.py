@@ -34,7 +34,7 @@ _PACKETS: list[tuple[str, str, str, Expectation, Expectation, bool]] = [
      _HALTS, _GOES_ON, False),
     ("late-headers", "audio headers come late", "after 60 packets of the encoder", _GOES_ON, _GOES_ON, False),
     ("no-headers", "audio headers never come", "the encoders give none", _HALTS,
-     expect("stops", stops=[_ERROR], message="The encoders deliver no codec headers"), False),
+     expect("stops", stops=[_ERROR], message="The encoders deliver nothing that could be sent"), False),
     ("track-gap", "tracks with gaps", "encoders in the slots 0, 2 and 5", _GOES_ON, _GOES_ON, False),
     ("no-times", "packets without times", "all from the fault on", _GOES_ON, _GOES_ON, True),
     ("times-back", "times jump back by 10 s", "all from the fault on", _GOES_ON, _GOES_ON, True),
