@@ -52,7 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     const corvane::PacketHandle packet(av_packet_alloc());
     check(corvane::copy_payload(*packet, payload), "a payload is copied");
-    packet->pts = static_cast<int64_t>(size);
+    const auto time = static_cast<int64_t>(size);
+    packet->pts = time;
     const bool prepended = corvane::prepend_aud(*packet);
     check(prepended == !payload.empty(), "an empty packet gets no delimiter");
     if (prepended) {
@@ -60,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         check(corvane::is_annexb(joined) && corvane::has_aud(joined), "the delimiter is there");
         check(joined.size() == payload.size() + 6 && std::ranges::equal(joined.subspan(6), payload),
             "the payload is whole");
-        check(packet->pts == static_cast<int64_t>(size), "the time is kept");
+        check(packet->pts == time, "the time is kept");
     }
     return 0;
 }

@@ -19,7 +19,7 @@ using corvane::test::Buffer;
 namespace {
 
 constexpr int64_t kNone = AV_NOPTS_VALUE;
-const Buffer kAvcc = {1, 100, 0, 40, 0xFF, 0xE1, 0, 2, 0x67, 0xAA, 1, 0, 2, 0x68, 0xBB};
+const Buffer avcc = {1, 100, 0, 40, 0xFF, 0xE1, 0, 2, 0x67, 0xAA, 1, 0, 2, 0x68, 0xBB};
 
 // Mostly a clock that runs on, now and then one that is missing, jumps or is beyond all bounds.
 class Clock {
@@ -46,9 +46,9 @@ private:
 };
 
 Buffer make_payload(FuzzedDataProvider &input) {
-    static const std::array<Buffer, 6> kOpenings = {Buffer{}, {0, 0, 1}, {0, 0, 0, 1},
+    static const std::array<Buffer, 6> openings = {Buffer{}, {0, 0, 1}, {0, 0, 0, 1},
         {0, 0, 0, 1, 0x65, 0x88}, {0, 0, 0, 3, 0x65, 0x88, 0x84}, {0, 0, 0, 2, 0x41, 0x9A}};
-    Buffer payload = input.PickValueInArray(kOpenings);
+    Buffer payload = input.PickValueInArray(openings);
     const auto rest = input.ConsumeBytes<uint8_t>(input.ConsumeIntegral<uint8_t>());
     payload.insert(payload.end(), rest.begin(), rest.end());
     return payload;
@@ -133,7 +133,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FuzzedDataProvider input(data, size);
     const bool srt = input.ConsumeBool();
     const Buffer extradata =
-        input.ConsumeBool() ? kAvcc : input.ConsumeBytes<uint8_t>(input.ConsumeIntegral<uint8_t>());
+        input.ConsumeBool() ? avcc : input.ConsumeBytes<uint8_t>(input.ConsumeIntegral<uint8_t>());
     Stream stream(srt, extradata);
     Clock clock;
     while (stream.usable() && input.remaining_bytes() > 0) {

@@ -32,7 +32,8 @@ struct SceneList {
 };
 
 SceneList list_of(const VerticalCanvas &canvas) {
-    SceneList list{{}, canvas.active_scene_name()};
+    SceneList list;
+    list.active = canvas.active_scene_name();
     for (const std::string &name : canvas.scene_names()) {
         list.scenes.emplace_back(name, canvas.scene_source_name(name));
     }
@@ -61,22 +62,26 @@ public:
     VerticalCanvas canvas{CanvasConfig{}};
 };
 
-// Names of any bytes but the one that ends a string.
+// Any bytes but the one that ends a string.
+std::string text_of(const std::string &bytes) {
+    return bytes.substr(0, bytes.find('\0'));
+}
+
 void fill(VerticalCanvas &canvas, FuzzedDataProvider &input) {
     const size_t few = input.ConsumeIntegral<uint16_t>();
     const size_t count = few == 0xFFFF && input.remaining_bytes() == 0 ? 10'000 : few % 32;
     canvas.remove_scene("Scene 1");
     for (size_t number = 0; number < count; ++number) {
-        std::string name = input.ConsumeRandomLengthString(40).c_str();
+        std::string name = text_of(input.ConsumeRandomLengthString(40));
         if (input.remaining_bytes() == 0) {
             // Of many lengths: every comparison of equal ones is looked at by the fuzzer.
             name = std::string(number % 300, 'n') + std::to_string(number);
         }
         if (!name.empty() && canvas.create_scene(name)) {
-            canvas.assign_scene_source(name, input.ConsumeRandomLengthString(40).c_str());
+            canvas.assign_scene_source(name, text_of(input.ConsumeRandomLengthString(40)));
         }
     }
-    canvas.set_active_scene(input.ConsumeRemainingBytesAsString().c_str());
+    canvas.set_active_scene(text_of(input.ConsumeRemainingBytesAsString()));
 }
 
 } // namespace
@@ -106,7 +111,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         saved = list_of(session.canvas);
         save_scene_list();
     }
-    Session session(file);
+    const Session session(file);
     restore_scene_list();
     if (!saved.scenes.empty()) {
         check(list_of(session.canvas) == saved, "the list comes back as it was saved");

@@ -19,7 +19,7 @@ inline AVStream *add_stream(
     AVFormatContext *context, AVRational time_base, const Buffer &extradata) {
     AVStream *stream = avformat_new_stream(context, nullptr);
     stream->time_base = time_base;
-    stream->avg_frame_rate = {30, 1};
+    stream->avg_frame_rate = AVRational{.num = 30, .den = 1};
     stream->codecpar->codec_id = AV_CODEC_ID_H264;
     stream->codecpar->sample_rate = 48000;
     stream->codecpar->extradata =

@@ -42,6 +42,9 @@ rtmp {{
 
 bool takes_connections(int port) {
     const int probe = socket(AF_INET, SOCK_STREAM, 0);
+    if (probe < 0) {
+        throw std::runtime_error("no socket to look for the row's server");
+    }
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
