@@ -2,6 +2,7 @@
 // The output type in libobs, fed by a video encoder whose header comes when the test says.
 #include "testbed/local_sink.hpp"
 #include "testbed/mux_rig.hpp"
+#include "testbed/ports.hpp"
 
 #include <gmock/gmock.h>
 

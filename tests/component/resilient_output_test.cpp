@@ -3,6 +3,7 @@
 #include "testbed/local_sink.hpp"
 #include "testbed/log_capture.hpp"
 #include "testbed/mux_rig.hpp"
+#include "testbed/ports.hpp"
 
 #include <QNetworkDatagram>
 #include <QTcpServer>

@@ -8,6 +8,7 @@
 #include "testbed/local_sink.hpp"
 #include "testbed/log_capture.hpp"
 #include "testbed/obs_session.hpp"
+#include "testbed/ports.hpp"
 #include "testbed/wait.hpp"
 
 #include <gmock/gmock.h>

@@ -1,23 +1,17 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "testbed/local_sink.hpp"
 
+#include "testbed/ports.hpp"
 #include "testbed/wait.hpp"
 
 extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <format>
 #include <fstream>
 #include <stdexcept>
-#include <system_error>
 
 namespace corvane::test {
 
@@ -39,52 +33,7 @@ rtmp {{
 }}
 )";
 
-sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-// A TCP socket, closed at the end of its scope.
-class Socket {
-public:
-    Socket()
-        : descriptor_(require(socket(AF_INET, SOCK_STREAM, 0))) {}
-    ~Socket() { close(descriptor_); }
-    Socket(const Socket &) = delete;
-    Socket &operator=(const Socket &) = delete;
-
-    static int require(int result) {
-        if (result < 0) {
-            throw std::system_error(errno, std::generic_category(), "test socket");
-        }
-        return result;
-    }
-    int get() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
-
-bool accepts_connections(int port) {
-    const Socket probe;
-    const sockaddr_in address = loopback(port);
-    return connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
-}
-
 } // namespace
-
-int free_port() {
-    const Socket probe;
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof(address);
-    auto *generic = reinterpret_cast<sockaddr *>(&address);
-    Socket::require(bind(probe.get(), generic, size));
-    Socket::require(getsockname(probe.get(), generic, &size));
-    return ntohs(address.sin_port);
-}
 
 LocalSink::LocalSink()
     : port_(free_port()) {
@@ -92,7 +41,7 @@ LocalSink::LocalSink()
     std::ofstream(dir + "/conf") << std::format(kConfig, CVC_NGINX_RTMP_MODULE, dir, port_);
     server_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     server_.start(CVC_NGINX, {"-c", dir_.filePath("conf"), "-e", dir_.filePath("error.log")});
-    if (!wait_until([this] { return accepts_connections(port_); })) {
+    if (!wait_until([this] { return is_tcp_port_listening(port_); })) {
         throw std::runtime_error("the test's RTMP server did not start");
     }
 }

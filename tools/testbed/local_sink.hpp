@@ -20,9 +20,6 @@ struct Recording {
     bool operator==(const Recording &) const = default;
 };
 
-// A TCP port on loopback that nobody listens on.
-int free_port();
-
 // A real RTMP server on loopback; records what is published, by stream key.
 class LocalSink {
 public:

@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "server.hpp"
 
-#include "testbed/local_sink.hpp"
+#include "testbed/ports.hpp"
 #include "testbed/wait.hpp"
 
 #include <QDir>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -40,33 +37,6 @@ rtmp {{
 }}
 )";
 
-bool takes_connections(int port) {
-    const int probe = socket(AF_INET, SOCK_STREAM, 0);
-    if (probe < 0) {
-        throw std::runtime_error("no socket to look for the row's server");
-    }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const bool takes =
-        connect(probe, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
-    close(probe);
-    return takes;
-}
-
-// Told by the system: who tries the port may keep the server from it.
-bool is_udp_port_bound(int port) {
-    std::ifstream sockets("/proc/net/udp");
-    const std::string local = std::format(":{:04X} ", port);
-    for (std::string line; std::getline(sockets, line);) {
-        if (line.find(local) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
-}
-
 } // namespace
 
 Server::Server(bool srt)
@@ -93,8 +63,9 @@ void Server::start() {
         std::ofstream(dir + "/conf") << std::format(kConfig, CVC_NGINX_RTMP_MODULE, dir, port_);
         process_.start(CVC_NGINX, {"-c", dir_.filePath("conf"), "-e", dir_.filePath("error.log")});
     }
-    if (!test::wait_until(
-            [this] { return srt_ ? is_udp_port_bound(port_) : takes_connections(port_); })) {
+    if (!test::wait_until([this] {
+            return srt_ ? test::is_udp_port_bound(port_) : test::is_tcp_port_listening(port_);
+        })) {
         throw std::runtime_error("the row's server did not start");
     }
 }
