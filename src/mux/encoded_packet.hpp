@@ -17,6 +17,7 @@ struct EncodedPacket {
     int64_t pts;
     int64_t dts;
     AVRational time_base;
+    AVRational frame_time; // of video, in seconds
     bool keyframe;
 
     explicit EncodedPacket(const encoder_packet &packet)
@@ -24,6 +25,7 @@ struct EncodedPacket {
         , pts(packet.pts)
         , dts(packet.dts)
         , time_base{.num = packet.timebase_num, .den = packet.timebase_den}
+        , frame_time(time_base)
         , keyframe(packet.keyframe) {}
 };
 

@@ -21,7 +21,7 @@ void LiveBuffer::open() {
     const std::scoped_lock lock(mutex_);
     empty();
     arrived_ = seen_ = 0;
-    dropped_frames_ = 0;
+    dropped_frames_ = dropped_sound_ = 0;
     keyframe_wanted_ = false;
     paused_ = false;
     open_ = true;
@@ -49,13 +49,12 @@ void LiveBuffer::resume() {
     paused_ = false;
 }
 
-bool LiveBuffer::push(const encoder_packet &packet) {
+bool LiveBuffer::push(const encoder_packet &packet, Clock::time_point now) {
     {
         const std::scoped_lock lock(mutex_);
         if (!open_ || !wanted(packet)) {
             return open_ && !paused_;
         }
-        const Clock::time_point now = Clock::now();
         packets_.emplace_back(share(packet), now);
         bytes_ += packet.size;
         ++arrived_;
@@ -72,10 +71,11 @@ bool LiveBuffer::anything_yet() const {
 
 bool LiveBuffer::wanted(const encoder_packet &packet) {
     const bool video = packet.type == OBS_ENCODER_VIDEO;
-    if (!paused_ && video && packet.keyframe) {
+    const bool usable = !paused_ && packet.data && packet.size > 0;
+    if (usable && video && packet.keyframe) {
         keyframe_wanted_ = false;
     }
-    const bool refused = paused_ || (video && keyframe_wanted_);
+    const bool refused = !usable || (video && keyframe_wanted_);
     if (refused && video) {
         ++dropped_frames_;
     }
@@ -106,6 +106,11 @@ uint64_t LiveBuffer::dropped_frames() const {
     return dropped_frames_;
 }
 
+uint64_t LiveBuffer::dropped_sound() const {
+    const std::scoped_lock lock(mutex_);
+    return dropped_sound_;
+}
+
 float LiveBuffer::fill() const {
     const std::scoped_lock lock(mutex_);
     if (packets_.empty()) {
@@ -122,20 +127,18 @@ void LiveBuffer::empty() {
 }
 
 void LiveBuffer::make_room(Clock::time_point now) {
-    const auto too_old = [now](const Entry &entry) {
-        return now - entry.arrival > kMaxWait;
-    };
     for (;;) {
         const auto video = std::ranges::find_if(packets_, &Entry::is_video);
-        if (video == packets_.end() || (bytes_ <= kMaxBytes && !too_old(*video))) {
+        if (video == packets_.end() || (bytes_ <= kMaxBytes && now - video->arrival <= kMaxWait)) {
             break;
         }
         drop_to_next_keyframe(video);
     }
-    while (!packets_.empty() && (bytes_ > kMaxBytes || too_old(packets_.front())) &&
-           !packets_.front().is_video()) {
+    while (!packets_.empty() && !packets_.front().is_video() &&
+           (bytes_ > kMaxBytes || now - packets_.front().arrival > kMaxSoundWait)) {
         bytes_ -= packets_.front().packet->size;
         packets_.pop_front();
+        ++dropped_sound_;
     }
 }
 

@@ -22,16 +22,17 @@ struct ReleaseEncoderPacket {
 // A reference to a packet of the host's encoders.
 using SharedPacket = std::unique_ptr<encoder_packet, ReleaseEncoderPacket>;
 
-// The packets between the encoders and the network: none waits longer than kMaxWait, and together
-// they are never more than kMaxBytes. Beyond that video goes first, from the oldest packet to the
-// next keyframe, so that what remains can be decoded; sound goes only when the pictures of its
-// time, or all, are gone.
+// The packets between the encoders and the network: no picture waits longer than kMaxWait, and
+// together they are never more than kMaxBytes. Beyond that video goes first, from the oldest packet
+// to the next keyframe, so that what remains can be decoded; sound goes only when all pictures are
+// gone, or a second after those of its time.
 //
 // Time is that of arrival, whatever timestamps the packets carry. Locks itself.
 class LiveBuffer {
 public:
     using Clock = std::chrono::steady_clock;
     static constexpr std::chrono::seconds kMaxWait{5};
+    static constexpr std::chrono::seconds kMaxSoundWait{6};
     static constexpr size_t kMaxBytes = 64U << 20U;
 
     // A stream begins: empty, nothing counted, packets are taken.
@@ -46,8 +47,9 @@ public:
     // It is back: packets are taken again, from the next keyframe on.
     void resume();
 
-    // Never waits. False when there is no connection that the packet could be for.
-    bool push(const encoder_packet &packet);
+    // Never waits; an empty packet counts as dropped. False when there is no connection that the
+    // packet could be for.
+    bool push(const encoder_packet &packet, Clock::time_point now = Clock::now());
 
     // Whether a packet has come since open().
     bool anything_yet() const;
@@ -61,6 +63,9 @@ public:
 
     // Video packets since open() that will not be sent.
     uint64_t dropped_frames() const;
+
+    // Sound that was here and will not be sent for want of room, in packets since open().
+    uint64_t dropped_sound() const;
 
     // How full it is, 0 to 1.
     float fill() const;
@@ -86,6 +91,7 @@ private:
     uint64_t arrived_ = 0;
     uint64_t seen_ = 0;
     uint64_t dropped_frames_ = 0;
+    uint64_t dropped_sound_ = 0;
     bool open_ = false;
     bool paused_ = false;
     bool keyframe_wanted_ = false; // what is left of a group without its beginning is useless

@@ -20,7 +20,7 @@ constexpr auto kCloseTime = 1s;
 constexpr auto kTrackPatience = 1s;
 constexpr auto kHeaderPatience = 10s;
 // How long libobs may take from the stop that a failed encoder causes to saying so.
-constexpr auto kEncoderFailureGap = 100ms;
+constexpr auto kEncoderFailureGap = 300ms;
 
 // FFmpeg's texts for these two are about files and programs.
 std::string reason_of(int code) {
@@ -67,8 +67,7 @@ bool ResilientOutput::connect() {
         not_connected(*failure);
         return false;
     }
-    connected_at_ = Clock::now();
-    connect_time_ms_ = static_cast<int>((connected_at_ - begin) / 1ms);
+    connect_time_ms_ = static_cast<int>((Clock::now() - begin) / 1ms);
     connected();
     return true;
 }

@@ -47,21 +47,21 @@ void ResilientOutput::update(obs_data_t *settings) {
 }
 
 bool ResilientOutput::start() {
+    if (wanted()) {
+        return false;
+    }
     end_thread();
-    {
-        const std::scoped_lock lock(mutex_);
-        if (settings_.url.url.empty()) {
-            obs_output_set_last_error(output_, "Missing RTMP server/key");
-            return false;
-        }
+    if (!has_address()) {
+        obs_output_set_last_error(output_, "Missing RTMP server/key");
+        return false;
     }
     if (!prepare_capture(output_)) {
         return false;
     }
     buffer_.open();
     total_bytes_ = earlier_bytes_ = 0;
-    bad_frames_ = connect_time_ms_ = 0;
-    reported_drops_ = 0;
+    bad_frames_ = bad_packets_ = connect_time_ms_ = 0;
+    reported_frames_ = reported_sound_ = 0;
     {
         const std::scoped_lock lock(mutex_);
         capturing_.reset();
@@ -100,23 +100,26 @@ void ResilientOutput::stop(bool forced) {
     }
 }
 
+bool ResilientOutput::has_address() {
+    const std::scoped_lock lock(mutex_);
+    return !settings_.url.url.empty();
+}
+
 bool ResilientOutput::wanted() {
     const std::scoped_lock lock(mutex_);
     return !end_code_;
 }
 
 // The first reason to end counts. Only an encoder's failure comes after the stop that libobs makes
-// of it.
+// of it. Once the lock is free, the network thread may tell the end and this object be gone.
 void ResilientOutput::end(int code) {
-    {
-        const std::scoped_lock lock(mutex_);
-        if (end_code_ && (!forced_ || code != OBS_OUTPUT_ENCODE_ERROR)) {
-            return;
-        }
-        end_code_ = code;
-        if (connection_) {
-            connection_->interrupt().end_within(connected_ ? kGoodbyeTime : 0ms);
-        }
+    const std::scoped_lock lock(mutex_);
+    if (end_code_ && (!forced_ || code != OBS_OUTPUT_ENCODE_ERROR)) {
+        return;
+    }
+    end_code_ = code;
+    if (connection_) {
+        connection_->interrupt().end_within(connected_ ? kGoodbyeTime : 0ms);
     }
     buffer_.close();
     changed_.notify_all();
@@ -125,23 +128,30 @@ void ResilientOutput::end(int code) {
 void ResilientOutput::encoded_packet(const encoder_packet *packet) {
     if (!packet) {
         end(OBS_OUTPUT_ENCODE_ERROR);
-    } else if (packet->data && packet->size > 0) {
-        if (buffer_.push(*packet) && dropped_frames() != reported_drops_) {
-            report_dropped();
-        }
-    } else if (packet->type == OBS_ENCODER_VIDEO) {
-        ++bad_frames_;
+    } else if (buffer_.push(*packet)) {
+        report_drops();
     }
 }
 
-void ResilientOutput::report_dropped() {
+void ResilientOutput::report_drops() {
+    const uint64_t frames = buffer_.dropped_frames();
+    const uint64_t sound = buffer_.dropped_sound();
     const auto now = Clock::now();
-    if (now - drops_reported_at_ >= kReportEvery) {
-        const int dropped = dropped_frames();
-        log_warning("video frames dropped: %d, %d in all", dropped - reported_drops_, dropped);
-        reported_drops_ = dropped;
-        drops_reported_at_ = now;
+    if ((frames == reported_frames_ && sound == reported_sound_) ||
+        now - drops_reported_at_ < kReportEvery) {
+        return;
     }
+    if (frames != reported_frames_) {
+        log_warning("video frames dropped: %d, %d in all",
+            static_cast<int>(frames - reported_frames_), static_cast<int>(frames));
+    }
+    if (sound != reported_sound_) {
+        log_warning("audio packets dropped: %d, %d in all",
+            static_cast<int>(sound - reported_sound_), static_cast<int>(sound));
+    }
+    reported_frames_ = frames;
+    reported_sound_ = sound;
+    drops_reported_at_ = now;
 }
 
 int ResilientOutput::dropped_frames() const {

@@ -26,10 +26,10 @@ namespace corvane {
 
 // The second output type. Streams what MuxOutput streams, but all that touches the network is
 // done on a thread of its own, and a lost connection is made again for as long as the stream is
-// wanted. That thread lives from a start to the end of the stream, which it alone tells libobs, so
-// that a stream ends once, however it ends. The host's threads only fill the buffer.
+// wanted. That thread lives from a start to the end of the stream, which it tells libobs, so that a
+// stream ends once, however it ends. The host's threads only fill the buffer.
 //
-// No lock is held around a call into libobs or FFmpeg.
+// No lock is held around a call into libobs or FFmpeg that could wait or call back.
 class ResilientOutput final : public StreamOutput {
 public:
     // The output handle is libobs's and outlives this object.
@@ -51,7 +51,7 @@ public:
     int connect_time_ms() const { return connect_time_ms_; }
 
 private:
-    // A connection that ends sooner was one that the server did not want.
+    // A connection that carries pictures for less was one that the server did not want.
     static constexpr std::chrono::seconds kProven{2};
 
     enum class Phase { kStopped, kConnecting, kConnected, kReconnecting };
@@ -61,6 +61,7 @@ private:
 
     // Any thread.
     void end_thread();
+    bool has_address();
     bool wanted();
     void end(int code);
     static void report_state(void *self, calldata_t *answer);
@@ -82,7 +83,7 @@ private:
     void wait_before_retry();
     void tell_the_end();
 
-    void report_dropped(); // libobs's encoder threads, one at a time
+    void report_drops(); // libobs's encoder threads, one at a time
 
     obs_output_t *const output_;
     LiveBuffer buffer_; // locks itself
@@ -98,11 +99,12 @@ private:
     uint64_t earlier_bytes_ = 0;           // of the connections before
     bool proven_ = false;                  // the connection has lasted
     int bad_packets_ = 0;
-    Clock::time_point connected_at_;
+    Clock::time_point begun_at_; // the sending of pictures
     Clock::time_point bad_packet_reported_;
 
     // Of libobs's encoder threads.
-    int reported_drops_ = 0;
+    uint64_t reported_frames_ = 0;
+    uint64_t reported_sound_ = 0;
     Clock::time_point drops_reported_at_;
 
     std::thread thread_; // of the threads that start and destroy
@@ -114,7 +116,7 @@ private:
     std::optional<bool> capturing_;              // whether capture has begun; none while it does
     std::optional<int> end_code_ = OBS_OUTPUT_SUCCESS; // none while the stream is wanted
     bool connected_ = false;                           // whether it lasts or not
-    bool end_told_ = false;                            // to libobs
+    bool end_told_ = true;                             // to libobs
     bool forced_ = false;                              // the end was
     Phase phase_ = Phase::kStopped;
     uint32_t failures_ = 0; // in a row, without a connection that lasted

@@ -42,7 +42,7 @@ void ResilientOutput::send_until_lost() {
             return;
         }
         send(*packet);
-        if (!proven_ && Clock::now() - connected_at_ >= kProven) {
+        if (!proven_ && zero_ && connection_->lost() == 0 && Clock::now() - begun_at_ >= kProven) {
             proven();
         }
     }
@@ -59,11 +59,16 @@ void ResilientOutput::send(const encoder_packet &packet) {
     // libobs counts in parts of the denominator: the numerator, which is not 1 with frame rates
     // such as 30000/1001 and with a divided one, is in the timestamps already.
     encoded.time_base.num = 1;
+    if (encoded.payload.size() > kMaxPayload) {
+        count_bad_packet(video, "too large");
+        return;
+    }
     if (!zero_) {
         if (!video || !packet.keyframe) {
             return;
         }
         zero_ = zero_at(encoded);
+        begun_at_ = Clock::now();
     }
     shift(encoded, *zero_);
     if (!video && !sound_begun_[packet.track_idx % kAudioSlots]) {
@@ -71,10 +76,6 @@ void ResilientOutput::send(const encoder_packet &packet) {
             return;
         }
         sound_begun_.set(packet.track_idx % kAudioSlots);
-    }
-    if (encoded.payload.size() > kMaxPayload) {
-        count_bad_packet(video, "too large");
-        return;
     }
     const Muxer &muxer = connection_->muxer();
     const char *failure = video ? path_.process_video_packet(muxer, encoded)

@@ -67,7 +67,7 @@ const char *PacketPath::process_video_packet(const Muxer &muxer, const EncodedPa
     packet->pts = rescale_timestamp(encoded.pts, encoded.time_base, time_base);
     packet->dts = rescale_timestamp(encoded.dts, encoded.time_base, time_base);
     packet->duration = muxer.is_srt
-                           ? std::max<int64_t>(av_rescale_q(1, encoded.time_base, time_base), 1)
+                           ? std::max<int64_t>(av_rescale_q(1, encoded.frame_time, time_base), 1)
                            : frame_duration_of(*muxer.video);
     fill_missing_timestamps(*packet);
     if (encoded.keyframe) {

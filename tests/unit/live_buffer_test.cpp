@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
+#include <tuple>
 
 using namespace corvane;
 
@@ -15,17 +17,20 @@ namespace {
 
 constexpr size_t kMegabyte = 1U << 20U;
 
+using Clock = LiveBuffer::Clock;
+
 // "K" a keyframe, "v" another picture, "a" sound; each of one megabyte, as libobs allocates them.
-uint64_t push(LiveBuffer &buffer, char kind) {
+uint64_t push(
+    LiveBuffer &buffer, char kind, Clock::time_point now = Clock::now(), size_t size = kMegabyte) {
     auto *block = static_cast<uint8_t *>(bmalloc(sizeof(long) + kMegabyte));
     *reinterpret_cast<long *>(block) = 1;
     encoder_packet packet = {};
     packet.data = block + sizeof(long);
-    packet.size = kMegabyte;
+    packet.size = size;
     packet.type = kind == 'a' ? OBS_ENCODER_AUDIO : OBS_ENCODER_VIDEO;
     packet.keyframe = kind == 'K';
     const uint64_t before = buffer.dropped_frames();
-    buffer.push(packet);
+    buffer.push(packet, now);
     obs_encoder_packet_release(&packet);
     return buffer.dropped_frames() - before;
 }
@@ -72,6 +77,7 @@ TEST(LiveBuffer, drops_whole_groups_of_pictures_first) {
     // Sound alone is bounded, too: the oldest goes.
     push_all(buffer, std::string(70, 'a'));
     EXPECT_EQ(contents(buffer), std::string(64, 'a'));
+    EXPECT_EQ(buffer.dropped_sound(), 6U);
 
     // A connection that was gone begins with a keyframe; what it missed is counted.
     push_all(buffer, "Kv");
@@ -86,4 +92,22 @@ TEST(LiveBuffer, drops_whole_groups_of_pictures_first) {
     buffer.close();
     EXPECT_EQ(buffer.wait_pop(), nullptr);
     EXPECT_EQ(bnum_allocs(), before) << "kept packets";
+}
+
+// A line that is too slow must cost pictures and not tear holes into the sound.
+TEST(LiveBuffer, lets_sound_wait_longer_than_pictures) {
+    using namespace std::chrono_literals;
+    LiveBuffer buffer;
+    buffer.open();
+    const Clock::time_point begin = Clock::now();
+    for (const auto &[kind, after, dropped] :
+        {std::tuple('a', 0ms, 0U), {'K', 10ms, 0U}, {'v', 500ms, 0U}, {'K', 1000ms, 0U},
+            {'a', 5005ms, 0U}, {'v', 5020ms, 2U}, {'a', 5990ms, 0U}}) {
+        EXPECT_EQ(push(buffer, kind, begin + after), dropped) << after.count();
+    }
+    EXPECT_EQ(push(buffer, 'K', begin + 5995ms, 0), 1U) << "an empty packet is nothing to send";
+    EXPECT_EQ(buffer.dropped_sound(), 0U);
+    push(buffer, 'a', begin + 6002ms);
+    EXPECT_EQ(buffer.dropped_sound(), 1U);
+    EXPECT_EQ(contents(buffer), "aaa");
 }
