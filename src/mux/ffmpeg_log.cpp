@@ -7,6 +7,7 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
+#include <algorithm>
 #include <cstdarg>
 #include <utility>
 
@@ -15,6 +16,8 @@ namespace corvane {
 namespace {
 
 constexpr std::string_view kHidden = "***";
+// So much of a secret's beginning is no chance.
+constexpr size_t kTellingSize = 4;
 
 // Of the thread's DiscreetLog; null where nothing is hidden.
 thread_local const std::vector<std::string> *hidden = nullptr;
@@ -35,11 +38,21 @@ bool may_hold_parts(int level, std::string_view format) {
            format.starts_with("Unable to parse");
 }
 
+void pass_on(void *context, int level, const char *format, va_list arguments) {
+    va_list again;
+    va_copy(again, arguments);
+    av_log_default_callback(context, level, format, arguments);
+    if (level <= AV_LOG_INFO) {
+        blogva(LOG_DEBUG, format, again);
+    }
+    va_end(again);
+}
+
 // FFmpeg writes some lines in pieces; a newline ends them. A piece that is too long could end in
 // the middle of a secret.
 void on_line(void *context, int level, const char *format, va_list arguments) noexcept {
     if (!hidden) {
-        av_log_default_callback(context, level, format, arguments);
+        pass_on(context, level, format, arguments);
         return;
     }
     if (!format || may_hold_parts(level, format)) {
@@ -65,6 +78,16 @@ void on_line(void *context, int level, const char *format, va_list arguments) no
     line.clear();
 }
 
+// FFmpeg cuts what a server says, maybe in the middle of a secret.
+void hide_beginning(std::string &shown, std::string_view secret) {
+    for (size_t size = std::min(secret.size(), shown.size()); size >= kTellingSize; --size) {
+        if (shown.ends_with(secret.substr(0, size))) {
+            shown.replace(shown.size() - size, size, kHidden);
+            return;
+        }
+    }
+}
+
 } // namespace
 
 std::string hide(std::string_view text, const std::vector<std::string> &secrets) {
@@ -75,6 +98,9 @@ std::string hide(std::string_view text, const std::vector<std::string> &secrets)
             shown.replace(at, secret.size(), kHidden);
             at += kHidden.size();
         }
+    }
+    for (const std::string &secret : secrets) {
+        hide_beginning(shown, secret);
     }
     return shown;
 }

@@ -15,7 +15,8 @@ std::string hide(std::string_view text, const std::vector<std::string> &secrets)
 // log.
 //
 // FFmpeg has one log callback in a process. Others in the process set theirs now and then, so each
-// object sets ours anew, for good; other threads' lines go where FFmpeg itself sends them.
+// object sets ours anew, for good; other threads' lines go where FFmpeg itself sends them and
+// where the host's own outputs do: into the host's debug log.
 class DiscreetLog {
 public:
     // The secrets must outlive this object.

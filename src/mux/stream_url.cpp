@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <functional>
+#include <ranges>
 
 namespace corvane {
 
@@ -43,7 +44,7 @@ std::string StreamUrl::shown() const {
 }
 
 std::vector<std::string> secrets_of(const StreamUrl &url) {
-    // Anything shorter is part of many words, and no secret.
+    // Anything shorter is part of many words, and no secret; only the key is one at any length.
     constexpr size_t kShortest = 4;
     std::vector<std::string> secrets;
     const auto add = [&secrets](std::string_view text) {
@@ -54,9 +55,16 @@ std::vector<std::string> secrets_of(const StreamUrl &url) {
     if (!url.is_srt()) {
         const std::string_view key =
             std::string_view(url.url).substr(std::min(url.url.size(), url.tc_url.size() + 1));
-        // Servers and FFmpeg name the stream also without its query and its extension.
+        if (!key.empty() && key.size() < kShortest) {
+            secrets.emplace_back(key);
+        }
+        // Servers and FFmpeg name the stream also without its query and its extension, and take
+        // what stands before a slash for the application's.
         for (const char end : {'\0', '?', '.'}) {
             add(key.substr(0, key.find(end)));
+        }
+        for (const auto part : std::views::split(key, '/')) {
+            add(std::string_view(part.begin(), part.end()));
         }
     }
     for (const std::string_view address :
