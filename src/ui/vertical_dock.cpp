@@ -33,13 +33,15 @@ struct StreamStatus {
     bool on_air;
 };
 
-// The standard output type says nothing of its connection: it passes for on air while it runs.
-StreamStatus stream_status(const VerticalOutput *output, bool active) {
+// The standard output type says nothing of its connection: it passes for on air while it runs. The
+// stream may end at any moment, so the connection is looked at before the output is.
+StreamStatus stream_status(const VerticalOutput *output) {
     using enum ConnectionState::Phase;
     if (!output) {
         return {.text = QStringLiteral("No output"), .reason = {}, .on_air = false};
     }
     const std::optional<ConnectionState> connection = output->connection_state();
+    const bool active = output->is_active();
     if (connection && connection->phase == kReconnecting) {
         return {.text = QStringLiteral("Reconnecting (%1)").arg(connection->failures),
             .reason = QString::fromStdString(connection->reason),
@@ -272,7 +274,7 @@ void VerticalDock::onStatusTick() {
     const bool active = output && output->is_active();
     startButton->setEnabled(output && !active);
     stopButton->setEnabled(active);
-    const StreamStatus status = stream_status(output, active);
+    const StreamStatus status = stream_status(output);
     statusLabel->setText(status.text);
     statusLabel->setToolTip(status.reason);
     statusLabel->setStyleSheet(QString::fromUtf8(status.on_air ? kStreamingStyle : kIdleStyle));
