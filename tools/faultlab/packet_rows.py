@@ -50,10 +50,12 @@ _PACKETS: list[tuple[str, str, str, Expectation, Expectation, bool]] = [
 # sense of the rest; over both, sound waits for pictures.
 _STANDARD_ELSE = {("20-mb", "rtmp"): _HALTS, ("empty-packets", "rtmp"): _HALTS, ("empty-packets", "srt"): _HALTS}
 
+# When SRT gives a stalled peer up, the standard type's write thread ends the process, or it and a stop wait
+# for each other: which of the two depends on the moment.
 # moment, by what, standard over RTMP, standard over SRT
 _MOMENTS = [
     ("connecting", "the server is frozen", _HANGS, _ENDS),
-    ("stalled", "the server is frozen mid-stream", _HANGS, _either(_ENDS, _ABORTS)),
+    ("stalled", "the server is frozen mid-stream", _HANGS, _either(_ENDS, _ABORTS, _HANGS)),
     ("reconnecting", "the server ends mid-stream", _ENDS, _ABORTS),
     ("holding", "no audio header comes", _ENDS, _ENDS),
 ]

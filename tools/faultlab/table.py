@@ -17,19 +17,24 @@ _NOTHING = "–"
 Kept = dict[str, dict[str, dict[str, Any]]]  # row → policy → the fields of a result, and what was wrong
 
 _INTRO = """\
-# What happens when the network fails
+# What happens when network, server, packets or host fail
 
-Each row is one fault, brought about while real libobs with the built module streams a small vertical
-canvas beside a main stream of the host's own, over real TCP and UDP on a private loopback to real
-servers (nginx with its RTMP module, srt-live-transmit). A row runs by itself in a process of its own,
-with a deadline: a process that ends or hangs is a result.
+Each row is one fault, over real TCP and UDP on a private loopback to real servers (nginx with its RTMP
+module, srt-live-transmit). It runs by itself in a process of its own, with a deadline: a process that
+ends or hangs is a result. Three kinds of process:
+
+- up to `video-reset`, real libobs with the built module, which streams a small vertical canvas beside a
+  main stream of the host's own;
+- from `encoder-fails-rtmp` to `day`, real libobs with the output type alone, fed by encoders that do as
+  they are told, so that there is no main stream;
+- in `hour`, the real host.
 
 **standard** is the output type that is used unless the profile says otherwise, **resilient** the one of
 a profile with `enabled=true` in the section `[Resilience]`. What the standard type does is what
 it is meant to do, also where that is hanging or ending the process.
 
-Repeat it with `./dev faults`, or a part of it with `./dev faults NAME… --policy standard|resilient`; that
-replaces the cells of those rows alone. The figures here are from {machine}.
+Repeat it with `./dev faults`, or a part of it with `./dev faults NAME… --policy standard|resilient`, which
+replaces the cells of those rows alone; `hour` is played by its name only. The figures here are from {machine}.
 
 - *time to notice*: from the fault to the first word of it in the log, or to the stream's end.
 - *time to recover*: from the end of the fault, or from the fault where it has no length, until the
@@ -38,15 +43,15 @@ replaces the cells of those rows alone. The figures here are from {machine}.
   server received, those included that were dropped on purpose or for want of a connection. With
   several streams it is the last one's.
 - *memory peak*: of the whole process, the host included.
-- *main stream*: frames that the host's graphics thread was late with, from the fault on; in brackets
+- *frames late*: those that libobs's graphics thread was late with, from the fault on; in brackets
   those that were late while that thread waited for a free processor, as the machine had other work to
   do besides. And how long the main stream stood still, where that was over a second.
 
-Two figures in a cell are standard / resilient.
+Two figures in a cell are standard / resilient; – is what a row has none of, or what was not measured.
 """
 
 _HEADERS = ("name", "fault", "how injected", "standard: seen", "resilient: seen", "time to notice",
-            "time to recover", "packets lost", "memory peak", "main stream: frames late")
+            "time to recover", "packets lost", "memory peak", "frames late")
 
 
 def keep(row: Row, policy: str, result: Result, wrong: Sequence[str], rows: Sequence[Row]) -> None:
