@@ -11,7 +11,7 @@ namespace {
 using namespace std::chrono_literals;
 
 // What the end of a stream leaves for trailer and goodbye, so that all is over within a second.
-constexpr auto kGoodbyeTime = 600ms;
+constexpr auto kGoodbyeTime = 500ms;
 
 constexpr auto kReportEvery = 1s;
 
