@@ -15,8 +15,8 @@ export QT_QPA_PLATFORM=xcb LIBGL_ALWAYS_SOFTWARE=1
 export ASAN_OPTIONS="detect_stack_use_after_return=1"
 export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
 # A leaked thread of ours would have ended the process (it is a std::thread); libobs leaks one
-# with every output that stops.
-export TSAN_OPTIONS="suppressions=$project/tools/testbed/tsan.supp:report_thread_leaks=0:second_deadlock_stack=1"
+# with every output that stops. Servers are made by fork.
+export TSAN_OPTIONS="suppressions=$project/tools/testbed/tsan.supp:report_thread_leaks=0:die_after_fork=0:second_deadlock_stack=1"
 
 status=0
 if [ $# -gt 0 ]; then
