@@ -6,6 +6,7 @@
 #include "testbed/ports.hpp"
 
 #include <QNetworkDatagram>
+#include <QNetworkProxy>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QUdpSocket>
@@ -113,6 +114,8 @@ TEST_F(ResilientOutputType, says_once_why_it_cannot_connect) {
 TEST_F(ResilientOutputType, stops_while_the_server_is_silent) {
     QTcpServer rtmp;
     QUdpSocket srt;
+    rtmp.setProxy(QNetworkProxy::NoProxy);
+    srt.setProxy(QNetworkProxy::NoProxy);
     ASSERT_TRUE(rtmp.listen(QHostAddress::LocalHost) && srt.bind(QHostAddress::LocalHost));
     const auto called = [&](bool is_srt) {
         return wait_until([&] {
