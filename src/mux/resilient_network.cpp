@@ -218,9 +218,9 @@ void ResilientOutput::wait_before_retry() {
 void ResilientOutput::tell_the_end() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return capturing_.has_value(); });
-    if (forced_) {
-        changed_.wait_for(
-            lock, kEncoderFailureGap, [this] { return end_code_ != OBS_OUTPUT_SUCCESS; });
+    if (forced_at_) {
+        changed_.wait_until(lock, *forced_at_ + kEncoderFailureGap,
+            [this] { return end_code_ != OBS_OUTPUT_SUCCESS; });
     }
     const int code = end_code_.value_or(OBS_OUTPUT_SUCCESS);
     const bool capturing = capturing_.value_or(false);

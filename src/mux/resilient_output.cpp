@@ -67,7 +67,7 @@ bool ResilientOutput::start() {
         capturing_.reset();
         end_code_.reset();
         end_told_ = false;
-        forced_ = false;
+        forced_at_.reset();
         phase_ = Phase::kConnecting;
         failures_ = 0;
         reason_.clear();
@@ -89,7 +89,9 @@ void ResilientOutput::stop(bool forced) {
     bool told = false;
     {
         const std::scoped_lock lock(mutex_);
-        forced_ = forced_ || forced;
+        if (forced && !forced_at_) {
+            forced_at_ = Clock::now();
+        }
         told = end_told_;
     }
     end(OBS_OUTPUT_SUCCESS);
@@ -114,7 +116,7 @@ bool ResilientOutput::wanted() {
 // of it. Once the lock is free, the network thread may tell the end and this object be gone.
 void ResilientOutput::end(int code) {
     const std::scoped_lock lock(mutex_);
-    if (end_code_ && (!forced_ || code != OBS_OUTPUT_ENCODE_ERROR)) {
+    if (end_code_ && (!forced_at_ || code != OBS_OUTPUT_ENCODE_ERROR)) {
         return;
     }
     end_code_ = code;

@@ -117,7 +117,7 @@ private:
     std::optional<int> end_code_ = OBS_OUTPUT_SUCCESS; // none while the stream is wanted
     bool connected_ = false;                           // whether it lasts or not
     bool end_told_ = true;                             // to libobs
-    bool forced_ = false;                              // the end was
+    std::optional<Clock::time_point> forced_at_;       // the end, if it was
     Phase phase_ = Phase::kStopped;
     uint32_t failures_ = 0; // in a row, without a connection that lasted
     std::string reason_;    // of the last
