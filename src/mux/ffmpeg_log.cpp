@@ -16,7 +16,7 @@ namespace corvane {
 namespace {
 
 constexpr std::string_view kHidden = "***";
-// So much of a secret's beginning is no chance.
+// A line that ends with so much of a secret's beginning does so for no other reason.
 constexpr size_t kTellingSize = 4;
 
 // Of the thread's DiscreetLog; null where nothing is hidden.
@@ -42,7 +42,7 @@ void pass_on(void *context, int level, const char *format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     av_log_default_callback(context, level, format, arguments);
-    if (level <= AV_LOG_INFO) {
+    if (format && level <= AV_LOG_INFO) {
         blogva(LOG_DEBUG, format, again);
     }
     va_end(again);

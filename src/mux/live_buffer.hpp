@@ -47,7 +47,7 @@ public:
     // It is back: packets are taken again, from the next keyframe on.
     void resume();
 
-    // Never waits; an empty packet counts as dropped. False when there is no connection that the
+    // Never waits; an empty picture counts as dropped. False when there is no connection that the
     // packet could be for.
     bool push(const encoder_packet &packet, Clock::time_point now = Clock::now());
 
