@@ -5,6 +5,7 @@
 #include "canvas/canvas_config.hpp"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -139,6 +140,7 @@ private:
     // The host's.
     audio_t *audio_ = nullptr;
     std::vector<VerticalScene> scenes_;
+    mutable size_t likely_next_ = 0; // where find_scene() looks first
     int32_t active_index_ = kNoScene;
     bool initialised_ = false;
 

@@ -6,6 +6,7 @@
 #include "canvas/cover_placement.hpp"
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 #include <utility>
 
@@ -154,9 +155,17 @@ std::string VerticalCanvas::scene_source_name(const std::string &scene_name) con
     return index == kNoScene ? std::string() : scenes_[index].source_name;
 }
 
+// Who goes through all scenes asks for them in their order: the one after the last found is looked
+// at before the search, whose result it cannot change as no two scenes have the same name.
 int32_t VerticalCanvas::find_scene(std::string_view name) const {
-    const auto found = std::ranges::find(scenes_, name, &VerticalScene::name);
-    return found == scenes_.end() ? kNoScene : static_cast<int32_t>(found - scenes_.begin());
+    if (likely_next_ >= scenes_.size() || scenes_[likely_next_].name != name) {
+        const auto found = std::ranges::find(scenes_, name, &VerticalScene::name);
+        if (found == scenes_.end()) {
+            return kNoScene;
+        }
+        likely_next_ = static_cast<size_t>(found - scenes_.begin());
+    }
+    return static_cast<int32_t>(likely_next_++);
 }
 
 const VerticalScene *VerticalCanvas::active_scene() const {
