@@ -30,6 +30,7 @@ class Profile:
     """A host profile: the main stream with its cheap encoder, and the module's settings keys.
 
     `vertical` holds keys of the module's profile file; keys left out keep the module's defaults.
+    `x264` holds settings of the main stream's encoder instead of the cheap ones.
     """
 
     name: str = "profile"
@@ -40,12 +41,13 @@ class Profile:
     fps: int = 30
     bitrate_kbps: int = 1500
     vertical: Mapping[str, object] = field(default_factory=dict)
+    x264: Mapping[str, object] = field(default_factory=dict)
     resilient: bool = False
 
 
 @dataclass(frozen=True)
 class Source:
-    """A source of the host, shown in its own size with its top left corner at x, y of its scene."""
+    """A source of the host, shown with its top left corner at x, y of its scene."""
 
     name: str
     kind: str
@@ -53,6 +55,7 @@ class Source:
     mixers: int = 0x3F
     x: float = 0.0
     y: float = 0.0
+    scale: float = 1.0
 
     def entry(self) -> dict[str, object]:
         return {"name": self.name, "id": self.kind, "settings": dict(self.settings), "mixers": self.mixers}
@@ -69,13 +72,13 @@ def write_ini(path: Path, sections: Mapping[str, Mapping[str, object]]) -> None:
     path.write_text("\n".join(lines))
 
 
-def _item(name: str, x: float = 0.0, y: float = 0.0, shown: bool = True) -> dict[str, object]:
+def _item(name: str, x: float = 0.0, y: float = 0.0, scale: float = 1.0, shown: bool = True) -> dict[str, object]:
     return {"name": name, "visible": shown, "align": _TOP_LEFT, "pos": {"x": x, "y": y},
-            "scale": {"x": 1.0, "y": 1.0}}
+            "scale": {"x": scale, "y": scale}}
 
 
 def _items(sources: Sequence[Source]) -> list[dict[str, object]]:
-    return [_item(source.name, source.x, source.y) for source in sources]
+    return [_item(source.name, source.x, source.y, source.scale) for source in sources]
 
 
 def _scene_entry(name: str, items: list[dict[str, object]]) -> dict[str, object]:
@@ -104,10 +107,12 @@ class HostFolder:
             "Video": {"BaseCX": profile.width, "BaseCY": profile.height, "OutputCX": profile.width,
                       "OutputCY": profile.height, "FPSType": 0, "FPSCommon": profile.fps},
             "Audio": {"SampleRate": 48000, "ChannelSetup": "Stereo"},
-            "Output": {"Mode": "Simple", "Reconnect": False},
+            "Output": {"Mode": "Advanced" if profile.x264 else "Simple", "Reconnect": False},
             "SimpleOutput": {"StreamEncoder": "x264", "VBitrate": profile.bitrate_kbps, "ABitrate": 160,
                              "UseAdvanced": True, "Preset": "ultrafast"},
+            "AdvOut": {"Encoder": "obs_x264", "ApplyServiceSettings": False, "TrackIndex": 1, "Track1Bitrate": 160},
         })
+        (folder / "streamEncoder.json").write_text(json.dumps(dict(profile.x264)))
         service = {"type": "rtmp_custom", "settings": {"server": profile.server, "key": profile.key}}
         (folder / "service.json").write_text(json.dumps(service))
         vertical = folder / f"{MODULE}.ini"

@@ -18,7 +18,7 @@ from .sockets import free_port, tcp_listens
 from .waiting import end_child, wait_until
 
 OUTPUT_TYPES = "cv_vertical_mux_rtmp", "cv_vertical_mux_resilient"
-_MAIN_OUTPUT = "simple_stream"
+_MAIN_OUTPUTS = "simple_stream", "adv_stream"
 
 # File times come from a clock that ticks more coarsely than the one Python reads.
 _CLOCK_GRAIN_NS = 20_000_000
@@ -143,7 +143,7 @@ class LiveHost:
         return (self.vertical_output() or {}).get("outputActive", False)
 
     def main_active(self) -> bool:
-        return (self._output("outputName", _MAIN_OUTPUT) or {}).get("outputActive", False)
+        return (self._output("outputName", *_MAIN_OUTPUTS) or {}).get("outputActive", False)
 
     def _output(self, key: str, *values: str) -> dict[str, Any] | None:
         outputs = self.request("GetOutputList")["outputs"]
