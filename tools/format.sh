@@ -11,4 +11,4 @@ case ${1:-} in
     exit 2
     ;;
 esac
-find src tests tools \( -name '*.cpp' -o -name '*.hpp' \) -print0 2>/dev/null | xargs -0 -r clang-format "${options[@]}"
+find src tests tools bench \( -name '*.cpp' -o -name '*.hpp' \) -print0 2>/dev/null | xargs -0 -r clang-format "${options[@]}"

@@ -4,6 +4,6 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 cmake --build build/debug --target autogen >/dev/null 2>&1 || true
-mapfile -t files < <(find src tests tools -name '*.cpp' ! -name '*_windows.cpp' | sort)
+mapfile -t files < <(find src tests tools bench -name '*.cpp' ! -name '*_windows.cpp' | sort)
 echo "clang-tidy: ${#files[@]} files" >&2
 printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -n 1 clang-tidy --quiet -p build/debug 2> >(grep -v 'warnings generated' >&2 || true)

@@ -1,0 +1,57 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""The measures of the bench, as short as can be: whether they still measure, not what."""
+
+import os
+from pathlib import Path
+
+import pytest
+from benches import canvas, report, scenes, start
+from benches.report import Table
+from benches.rounds import Spread
+from benches.setting import Setting
+from livehost.screen import VirtualScreen
+from livehost.servers import RtmpServer
+
+OPERATIONS = {"create", "rename", "remove", "assign", "activate", "list", "save_scene_list", "restore_scene_list",
+              "reapply_scene_sources", "dock refresh", "dock refresh, painted"}
+
+
+@pytest.fixture
+def setting(tmp_path):
+    with VirtualScreen() as screen:
+        yield Setting(1, True, tmp_path, Path(os.environ["CVC_MODULE"]).parents[1], screen)
+
+
+def whole_tables(results, folder):
+    """By title. All that was measured is there, and can be printed and drawn."""
+    report.keep("measure", results, folder)
+    assert all((folder / f"{plot.name}.png").stat().st_size for plot in results if not isinstance(plot, Table))
+    return {table.title: {row[0]: row[1:] for row in table.rows} for table in results if isinstance(table, Table)}
+
+
+def test_scenes(setting, tmp_path):
+    """An operation that is no longer measured, at one of the sizes."""
+    tables = whole_tables(scenes.measure(setting), tmp_path)
+    times = tables["Scene operations: µs"]
+    assert times.keys() == OPERATIONS
+    assert all(cell.low > 0 for row in times.values() for cell in row)
+    assert all(len(row) == len(scenes.QUICK_SIZES) for row in times.values())
+
+
+def test_start(setting, tmp_path):
+    """A fallback that takes another way than the outcome's name says, or a stream that nobody sees arrive."""
+    tables = whole_tables(start.measure(setting), tmp_path)
+    assert [row[0] for row in tables["Start: against x264 alone"].values()] == [1, 1, 3, 5, 6, 6, 6, 7]
+    *outcomes, none = tables["Start: ms from the call"].values()
+    assert all(returns.low > 0 and 0 < byte.low < let_in.low for returns, byte, let_in in outcomes)
+    assert isinstance(none[0], Spread) and none[1:] == [None, None]
+
+
+def test_canvas(setting, tmp_path):
+    """A second host that streams something else than the module would, or figures that are missing."""
+    with RtmpServer(tmp_path / "rtmp") as rtmp:
+        figures = canvas.run_once(canvas.Stage(setting, rtmp), canvas.TWO_HOSTS, 0, 1)
+    tables = whole_tables(canvas.tables({name: [figures] for name in (canvas.ALONE, canvas.MODULE, canvas.TWO_HOSTS)}),
+                          tmp_path)
+    assert all(cell.low > 0 for row in tables["Second canvas: streams as received"].values() for cell in row[1:])
+    assert all(row[0].low == 1 for row in tables["Second canvas: ratios"].values())
