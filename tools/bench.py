@@ -17,21 +17,23 @@ from livehost.screen import VirtualScreen
 
 PROJECT = Path(__file__).resolve().parents[1]
 OUT = PROJECT / "bench-out"
-NAMES = ("packets", "latency", "canvas", "growth", "scenes", "start")
+# Name → module of benches.
+MEASURES = {"packets": "packets", "latency": "latency", "canvas": "canvas", "growth": "growth_of_packets",
+            "scenes": "scenes", "start": "start"}
 ROUNDS, QUICK_ROUNDS = 10, 2
 
 
 def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__)
-    parser.add_argument("names", nargs="*", metavar="NAME", help=f"what to measure: {', '.join(NAMES)} (all)")
+    parser.add_argument("names", nargs="*", metavar="NAME", help=f"what to measure: {', '.join(MEASURES)} (all)")
     parser.add_argument("--quick", action="store_true", help="a few short rounds, to see that all works")
     parser.add_argument("--rounds", type=int, help=f"of every candidate ({ROUNDS}, {QUICK_ROUNDS} with --quick)")
     parser.add_argument("--json", type=Path, metavar="FILE", help="the values of this run in one file, too")
     parser.add_argument("--preset", default="release", help="the build to measure")
     arguments = parser.parse_args()
-    unknown = set(arguments.names) - set(NAMES)
+    unknown = set(arguments.names) - MEASURES.keys()
     if unknown:
-        parser.error(f"no such measure: {', '.join(sorted(unknown))} (there are {', '.join(NAMES)})")
+        parser.error(f"no such measure: {', '.join(sorted(unknown))} (there are {', '.join(MEASURES)})")
     return arguments
 
 
@@ -40,11 +42,13 @@ def main() -> int:
     rounds = arguments.rounds or (QUICK_ROUNDS if arguments.quick else ROUNDS)
     values = {}
     with VirtualScreen() as screen:
-        for name in [name for name in NAMES if name in (arguments.names or NAMES)]:
+        for name, module in MEASURES.items():
+            if arguments.names and name not in arguments.names:
+                continue
             print(f"==> {name}", flush=True)
             with tempfile.TemporaryDirectory() as folder:
                 setting = Setting(rounds, arguments.quick, Path(folder), PROJECT / "build" / arguments.preset, screen)
-                results = importlib.import_module(f"benches.{name}").measure(setting)
+                results = importlib.import_module(f"benches.{module}").measure(setting)
             report.show(results)
             report.keep(name, results, OUT)
             values[name] = [report.entry(result) for result in results]

@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <string>
 
 namespace {
@@ -53,8 +54,9 @@ int main(int argc, char **argv) {
         fprintf(stderr, "usage: scene_bench SCENES SECONDS LOG AUDIO\n");
         return EXIT_FAILURE;
     }
-    FILE *log = std::string(argv[3]) == "-" ? nullptr : fopen(argv[3], "w");
-    base_set_log_handler(log ? write_line : drop_line, log);
+    const std::unique_ptr<FILE, int (*)(FILE *)> log(
+        std::string(argv[3]) == "-" ? nullptr : fopen(argv[3], "w"), fclose);
+    base_set_log_handler(log ? write_line : drop_line, log.get());
     try {
         const QTemporaryDir config;
         const test::ObsSession session(config.path().toStdString());
