@@ -49,9 +49,10 @@ def test_start(setting, tmp_path):
 
 def test_canvas(setting, tmp_path):
     """A second host that streams something else than the module would, or figures that are missing."""
+    candidate = canvas.Candidate(canvas.TWO_HOSTS, canvas.TALLS[0])
     with RtmpServer(tmp_path / "rtmp") as rtmp:
-        figures = canvas.run_once(canvas.Stage(setting, rtmp), canvas.TWO_HOSTS, 0, 1)
-    tables = whole_tables(canvas.tables({name: [figures] for name in (canvas.ALONE, canvas.MODULE, canvas.TWO_HOSTS)}),
-                          tmp_path)
-    assert all(cell.low > 0 for row in tables["Second canvas: streams as received"].values() for cell in row[1:])
+        figures = canvas.run_once(canvas.Stage(setting, rtmp), candidate, 0, 1)
+    tables = whole_tables(canvas.tables({str(name): [figures] for name in canvas.CANDIDATES}), tmp_path)
+    streams = tables["Second canvas: streams as received"]
+    assert all(cell.low > 0 for row in streams.values() for cell in row[1:])
     assert all(row[0].low == 1 for row in tables["Second canvas: ratios"].values())

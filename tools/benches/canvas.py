@@ -6,11 +6,11 @@ second host which has the vertical canvas as its own, with the same encoder, its
 same picture.
 """
 
-import dataclasses
 import os
 import shutil
 import time
 from contextlib import ExitStack
+from dataclasses import dataclass, replace
 from pathlib import Path
 
 from livehost.folder import HostFolder, Profile, Source, built_module
@@ -21,16 +21,53 @@ from livehost.servers import RtmpServer
 from livehost.waiting import wait_until
 
 from .report import Result, Table
-from .rounds import Figures, Runs, interleave, ratio, spread
+from .rounds import Figures, Runs, Spread, interleave, ratio, spread
 from .setting import Setting
 
-ALONE, MODULE, TWO_HOSTS = "host alone", "host with the module", "two hosts"
-_STREAMS = {ALONE: ("main",), MODULE: ("main", "vertical"), TWO_HOSTS: ("main", "vertical")}
-_TALL_WIDTH, _TALL_HEIGHT, _KBPS, _FPS = 1080, 1920, 4000, 30
-_SIZES = {"main": (WIDTH, HEIGHT), "vertical": (_TALL_WIDTH, _TALL_HEIGHT)}
-# What the module gives its software encoder.
-_X264 = {"bitrate": _KBPS, "rate_control": "CBR", "keyint_sec": 2, "preset": "veryfast", "profile": "high",
-         "tune": "zerolatency", "x264opts": "bframes=0:aud=1:repeat-headers=1"}
+_FPS = 30
+_WIDE = (WIDTH, HEIGHT)
+
+
+@dataclass(frozen=True)
+class Tall:
+    """The vertical stream, with the module's own settings for its software encoder."""
+
+    width: int
+    height: int
+    kbps: int
+
+    @property
+    def x264(self) -> dict[str, object]:
+        return {"bitrate": self.kbps, "rate_control": "CBR", "keyint_sec": 2, "preset": "veryfast", "profile": "high",
+                "tune": "zerolatency", "x264opts": "bframes=0:aud=1:repeat-headers=1"}
+
+    def __str__(self) -> str:
+        return f"{self.width}x{self.height}"
+
+
+# The default, and one that a processor without a graphics card composes in time.
+TALLS = (Tall(540, 960, 1500), Tall(1080, 1920, 4000))
+
+
+@dataclass(frozen=True)
+class Candidate:
+    """Who streams the vertical canvas beside the host that streams the wide one; nobody where there is none."""
+
+    who: str
+    tall: Tall | None = None
+
+    @property
+    def sizes(self) -> dict[str, tuple[int, int]]:
+        """Of its streams, by key."""
+        return {"main": _WIDE} | ({"vertical": (self.tall.width, self.tall.height)} if self.tall else {})
+
+    def __str__(self) -> str:
+        return f"{self.who}, {self.tall}" if self.tall else self.who
+
+
+MODULE, TWO_HOSTS = "module", "two hosts"
+ALONE = Candidate("host alone")
+CANDIDATES = (ALONE, *(Candidate(who, tall) for tall in TALLS for who in (MODULE, TWO_HOSTS)))
 _WARM_UP_SECONDS, _SECONDS, _QUICK_SECONDS = 5, 15, 2
 _TICKS_PER_SECOND = os.sysconf("SC_CLK_TCK")
 _CPU, _MEMORY, _IDLE, _LAGGED, _SKIPPED, _RENDERED = (
@@ -44,21 +81,25 @@ class Stage:
     def __init__(self, setting: Setting, rtmp: RtmpServer) -> None:
         self._setting, self._rtmp = setting, rtmp
         self._wide = stage_sources(setting.root)
-        # As the module places the scene: covering the canvas, in the middle.
-        scale = _TALL_HEIGHT / HEIGHT
-        left = (_TALL_WIDTH - scale * WIDTH) / 2
-        self._tall = [dataclasses.replace(source, x=left + scale * source.x, y=scale * source.y, scale=scale)
-                      for source in self._wide]
 
-    def hosts(self, candidate: str) -> list[LiveHost]:
-        keys = {"rtmpurl": self._rtmp.url, "streamkey": "vertical", "videobitrate": _KBPS,
-                "canvaswidth": _TALL_WIDTH, "canvasheight": _TALL_HEIGHT, "encoderpreset": _X264["preset"]}
-        wide = Profile("P", self._rtmp.url, "main", WIDTH, HEIGHT, _FPS, vertical=keys)
-        tall = Profile("P", self._rtmp.url, "vertical", _TALL_WIDTH, _TALL_HEIGHT, _FPS, x264=_X264)
-        hosts = [self._host("wide", wide, self._wide, candidate == MODULE)]
-        if candidate == TWO_HOSTS:
-            hosts.append(self._host("tall", tall, self._tall, False))
+    def hosts(self, candidate: Candidate) -> list[LiveHost]:
+        wide = Profile("P", self._rtmp.url, "main", *_WIDE, _FPS, vertical=self._keys(candidate.tall))
+        hosts = [self._host("wide", wide, self._wide, candidate.who == MODULE)]
+        if candidate.who == TWO_HOSTS:
+            tall = candidate.tall
+            profile = Profile("P", self._rtmp.url, "vertical", tall.width, tall.height, _FPS, x264=tall.x264)
+            hosts.append(self._host("tall", profile, self._covering(tall), False))
         return hosts
+
+    def _keys(self, tall: Tall | None) -> dict[str, object]:
+        return {"rtmpurl": self._rtmp.url, "streamkey": "vertical", "videobitrate": tall.kbps, "canvaswidth": tall.width,
+                "canvasheight": tall.height, "encoderpreset": tall.x264["preset"]} if tall else {}
+
+    def _covering(self, tall: Tall) -> list[Source]:
+        """As the module places the scene: covering the canvas, in the middle."""
+        scale = tall.height / HEIGHT
+        left = (tall.width - scale * WIDTH) / 2
+        return [replace(source, x=left + scale * source.x, y=scale * source.y, scale=scale) for source in self._wide]
 
     def _host(self, name: str, profile: Profile, sources: list[Source], module: bool) -> LiveHost:
         root = self._setting.root / name
@@ -71,9 +112,9 @@ class Stage:
             folder.install_module(built_module(self._setting.build.name))
         return LiveHost(folder, self._setting.screen, "P", "C")
 
-    def received(self, candidate: str) -> dict[str, Received]:
+    def received(self, candidate: Candidate) -> dict[str, Received]:
         self._rtmp.wait_idle()
-        return {key: Received(self._rtmp.recording(key)) for key in _STREAMS[candidate]}
+        return {key: Received(self._rtmp.recording(key)) for key in candidate.sizes}
 
 
 def cpu_seconds(pid: int) -> float:
@@ -109,7 +150,7 @@ def observe(hosts: list[LiveHost], seconds: float) -> Figures:
             _RENDERED: rendered / span}
 
 
-def run_once(stage: Stage, candidate: str, warm_up: float, seconds: float) -> Figures:
+def run_once(stage: Stage, candidate: Candidate, warm_up: float, seconds: float) -> Figures:
     hosts = stage.hosts(candidate)
     with ExitStack() as stack:
         for host in hosts:
@@ -117,7 +158,7 @@ def run_once(stage: Stage, candidate: str, warm_up: float, seconds: float) -> Fi
         for host in hosts:
             host.request("StartStream")
         wait_until(lambda: all(host.main_active() for host in hosts), 30, "host's stream on air")
-        if candidate == MODULE:
+        if candidate.who == MODULE:
             hosts[0].wait_for_log("first TS keyframe written")
         time.sleep(warm_up)
         figures = dict(observe(hosts, seconds))
@@ -126,7 +167,7 @@ def run_once(stage: Stage, candidate: str, warm_up: float, seconds: float) -> Fi
         wait_until(lambda: not any(host.main_active() or host.vertical_active() for host in hosts), 90, "streams ended")
     for key, stream in stage.received(candidate).items():
         facts = stream.video.facts
-        if (facts["width"], facts["height"]) != _SIZES[key]:
+        if (facts["width"], facts["height"]) != candidate.sizes[key]:
             raise RuntimeError(f"{candidate}: {key} arrived with {facts['width']}x{facts['height']}")
         figures |= {f"{key} fps": stream.video.packets_per_second, f"{key} kbps": stream.video.bitrate_kbps,
                     f"{key} audio": len(stream.audios)}
@@ -134,26 +175,33 @@ def run_once(stage: Stage, candidate: str, warm_up: float, seconds: float) -> Fi
 
 
 def measure(setting: Setting) -> list[Result]:
+    by_name = {str(candidate): candidate for candidate in CANDIDATES}
     with RtmpServer(setting.root / "rtmp") as rtmp:
         stage = Stage(setting, rtmp)
         warm_up, seconds = (1, _QUICK_SECONDS) if setting.quick else (_WARM_UP_SECONDS, _SECONDS)
-        runs = interleave(list(_STREAMS), setting.rounds, lambda candidate: run_once(stage, candidate, warm_up, seconds),
-                          setting.progress)
+        runs = interleave(list(by_name), setting.rounds,
+                          lambda name: run_once(stage, by_name[name], warm_up, seconds), setting.progress)
     return tables(runs)
 
 
 def tables(runs: Runs) -> list[Result]:
+    figures = (_CPU, _MEMORY, _RENDERED, _LAGGED, _SKIPPED, _IDLE)
     return [
-        Table("Second canvas: ratios", ["figure", "module / two hosts", "module / host alone", "two hosts / host alone"],
-              [[figure, *(ratio(runs, *pair, figure) for pair in ((MODULE, TWO_HOSTS), (MODULE, ALONE), (TWO_HOSTS, ALONE)))]
-               for figure in (_CPU, _MEMORY)]),
-        Table("Second canvas: all hosts together", ["figure", *_STREAMS],
-              [[figure, *(spread(runs, candidate, figure) for candidate in _STREAMS)]
-               for figure in (_CPU, _MEMORY, _RENDERED, _LAGGED, _SKIPPED, _IDLE)],
+        Table("Second canvas: ratios", ["vertical stream, figure", "module / two hosts", "module / host alone",
+                                        "two hosts / host alone"],
+              [[f"{tall}, {figure}", *_ratios(runs, tall, figure)] for tall in TALLS for figure in (_CPU, _MEMORY)]),
+        Table("Second canvas: all hosts together", ["", *figures],
+              [[str(candidate), *(spread(runs, str(candidate), figure) for figure in figures)]
+               for candidate in CANDIDATES],
               "A lagged frame is repeated instead of composed, which takes less: the CPU time of candidates that lag "
               "differently does not compare."),
         Table("Second canvas: streams as received", ["stream", "size", "frames per second", "video, kbit/s", "sound tracks"],
-              [[f"{key}, {candidate}", "{}x{}".format(*_SIZES[key]), spread(runs, candidate, f"{key} fps"),
-                spread(runs, candidate, f"{key} kbps"), spread(runs, candidate, f"{key} audio")]
-               for candidate, keys in _STREAMS.items() for key in keys]),
+              [[f"{key}: {candidate}", f"{width}x{height}",
+                *(spread(runs, str(candidate), f"{key} {figure}") for figure in ("fps", "kbps", "audio"))]
+               for candidate in CANDIDATES for key, (width, height) in candidate.sizes.items()]),
     ]
+
+
+def _ratios(runs: Runs, tall: Tall, figure: str) -> list[Spread]:
+    module, two_hosts = (str(Candidate(who, tall)) for who in (MODULE, TWO_HOSTS))
+    return [ratio(runs, *pair, figure) for pair in ((module, two_hosts), (module, str(ALONE)), (two_hosts, str(ALONE)))]
