@@ -44,7 +44,7 @@ def tables(runs: Runs, sizes: Sequence[int]) -> list[Result]:
     most, some = sizes[-1], next(size for size in sizes if size >= sizes[-1] / 10)
     operations = [name for name in runs[str(most)][0] if name not in _BYTES]
     # With one scene there is nothing else to activate, and what does not grow is all there is.
-    larger = [[size for size in sizes if size >= least] for least in dict.fromkeys((sizes[1], some))]
+    larger = [[size for size in sizes if size >= least] for least in dict.fromkeys((sizes[1], some, sizes[-2]))]
     return [
         Table("Scene operations: exponent of growth", ["operation", *(f"{span[0]:,} → {most:,}" for span in larger)],
               [[name, *(growth(runs, span, name) for span in larger)] for name in operations],
