@@ -36,7 +36,8 @@ namespace {
 constexpr std::string_view kTrying = "I Trying vertical output encoder: ";
 constexpr std::string_view kOpened = "I mux opened: ";
 
-// The module's lines with their times; they come from several threads.
+// The module's lines with their times. They come from several threads, all of which have ended
+// before it does.
 class TimedLog {
 public:
     TimedLog() {
@@ -48,6 +49,11 @@ public:
     ~TimedLog() { test::LogCapture::get().at_each_line({}); }
     TimedLog(const TimedLog &) = delete;
     TimedLog &operator=(const TimedLog &) = delete;
+
+    void forget() {
+        const std::scoped_lock lock(mutex_);
+        lines_.clear();
+    }
 
     // Those that begin with the text.
     std::vector<std::pair<Clock::time_point, std::string>> find(std::string_view text) {
@@ -79,11 +85,12 @@ QJsonArray candidates(TimedLog &log, Clock::time_point returned) {
     return tried;
 }
 
-QJsonObject measure_start(VerticalCanvas &canvas, const OutputConfig &config, Relay &relay) {
+QJsonObject measure_start(
+    VerticalCanvas &canvas, const OutputConfig &config, Relay &relay, TimedLog &log) {
     VerticalOutput output(&canvas, config);
     output.init();
     relay.forget();
-    TimedLog log;
+    log.forget();
     const auto begin = Clock::now();
     const bool started = output.start();
     const auto returned = Clock::now();
@@ -107,6 +114,7 @@ QJsonArray measure(const std::vector<std::string> &words) {
         const size_t sign = words[i].find('=');
         register_encoder(words[i].substr(0, sign), words[i].substr(sign + 1));
     }
+    TimedLog log;
     const test::LocalSink server;
     Relay relay(QUrl(QString::fromStdString(server.url())).port());
     VerticalCanvas canvas({});
@@ -115,8 +123,8 @@ QJsonArray measure(const std::vector<std::string> &words) {
     }
     QJsonArray starts;
     for (int number = 0; number < std::stoi(words[2]); ++number) {
-        starts.append(measure_start(
-            canvas, {.url = relay.url(), .key = words[1], .preferred_encoder = words[0]}, relay));
+        starts.append(measure_start(canvas,
+            {.url = relay.url(), .key = words[1], .preferred_encoder = words[0]}, relay, log));
     }
     return starts;
 }
