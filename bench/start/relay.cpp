@@ -46,6 +46,10 @@ int connect_to(int port) {
     return server;
 }
 
+pollfd readable(int descriptor) {
+    return {.fd = descriptor, .events = POLLIN, .revents = 0};
+}
+
 // False when one of the two has hung up.
 bool copy(int from, int to) {
     std::array<char, 65536> buffer;
@@ -82,7 +86,7 @@ std::string Relay::url() const {
 
 void Relay::serve() {
     while (true) {
-        std::array<pollfd, 2> waiting{{{listener_, POLLIN, 0}, {end_[0], POLLIN, 0}}};
+        std::array waiting{readable(listener_), readable(end_[0])};
         poll(waiting.data(), waiting.size(), -1);
         if (waiting[1].revents != 0) {
             return;
@@ -98,7 +102,7 @@ void Relay::serve() {
 }
 
 void Relay::pass_on(int client, int server) {
-    std::array<pollfd, 3> waiting{{{client, POLLIN, 0}, {server, POLLIN, 0}, {end_[0], POLLIN, 0}}};
+    std::array waiting{readable(client), readable(server), readable(end_[0])};
     while (poll(waiting.data(), waiting.size(), -1) > 0 && waiting[2].revents == 0) {
         auto nothing_yet = Clock::time_point();
         if (waiting[0].revents != 0) {
