@@ -77,6 +77,7 @@ class Plot:
 
     def draw(self, path: Path) -> None:
         figure, axes = pyplot.subplots(figsize=(8, 5), layout="constrained")
+        axes.set_prop_cycle(color=matplotlib.colormaps["tab10" if len(self.lines) <= 10 else "tab20"].colors)
         for label, points in self.lines.items():
             axes.plot(*zip(*points), marker="o", markersize=4, label=label)
         if self.logarithmic:
@@ -84,7 +85,7 @@ class Plot:
             axes.set_yscale("log")
         axes.set(title=self.title, xlabel=self.x_label, ylabel=self.y_label)
         axes.grid(which="major", alpha=0.4)
-        axes.legend(fontsize="small")
+        figure.legend(loc="outside right upper", fontsize="small")
         figure.savefig(path, dpi=110)
         pyplot.close(figure)
 
