@@ -4,6 +4,7 @@
 import json
 import os
 import subprocess
+from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
@@ -22,11 +23,13 @@ class Setting:
     def progress(self, text: str) -> None:
         print(f"    {text}", flush=True)
 
-    def run_program(self, name: str, *arguments: object, seconds: float = 300, **variables: str) -> dict[str, Any]:
+    def run_program(self, name: str, *arguments: object, seconds: float = 300, under: Sequence[str] = (),
+                    **variables: str) -> dict[str, Any]:
         """Runs a program of bench/ on the screen; returns the JSON object that is its last line.
-        One that fails or takes longer is an error. `variables` goes into its environment."""
+        One that fails or takes longer is an error. `under` is a command that runs it, such as a
+        tracer's; `variables` goes into its environment."""
         path = self.build / "bench" / name
-        answer = subprocess.run([str(path), *map(str, arguments)], cwd=self.root, text=True, timeout=seconds,
+        answer = subprocess.run([*under, str(path), *map(str, arguments)], cwd=self.root, text=True, timeout=seconds,
                                 env=os.environ | self.screen.environment | variables, capture_output=True,
                                 check=False)
         if answer.returncode != 0:

@@ -24,7 +24,7 @@ rtmp {{
     chunk_size 4096;
     application live {{
       live on;
-      record all;
+      record {record};
       record_path {folder};
       {application}
     }}
@@ -40,11 +40,12 @@ def _module_folder() -> str:
 
 
 class RtmpServer:
-    """nginx with its RTMP module; each stream key is recorded into the folder as KEY.flv.
-    `application` is further lines for the application "live"."""
+    """nginx with its RTMP module; each stream key is recorded into the folder as KEY.flv, where
+    `record` says so. `application` is further lines for the application "live"."""
 
-    def __init__(self, folder: Path, application: str = "") -> None:
+    def __init__(self, folder: Path, application: str = "", record: str = "all") -> None:
         self.folder = folder
+        self._record = record
         self._application = application
         self.port = free_port()
         self.url = f"rtmp://127.0.0.1:{self.port}/live"
@@ -62,7 +63,7 @@ class RtmpServer:
         self.folder.mkdir(parents=True, exist_ok=True)
         config = self.folder / "nginx.conf"
         config.write_text(_NGINX_CONFIG.format(modules=_module_folder(), folder=self.folder, port=self.port,
-                                               application=self._application))
+                                               record=self._record, application=self._application))
         log = str(self.folder / "nginx.log")
         self._process = subprocess.Popen(["nginx", "-e", log, "-p", str(self.folder), "-c", str(config)])
         wait_until(lambda: self._process.poll() is not None or tcp_listens(self.port), 20, "RTMP server ready")
