@@ -179,6 +179,9 @@ QJsonObject measure(const Options &options, const Recording &recording, LogFile 
     stream.run(options.seconds);
     (void)!write(-1, "}", 1);
     CALLGRIND_STOP_INSTRUMENTATION;
+    if (RUNNING_ON_VALGRIND) {
+        VALGRIND_MONITOR_COMMAND("v.info scheduler"); // its own numbers of the threads
+    }
     const auto samples = Meter::get().end();
     const auto use = use_between(use_before, writers.use());
     const int lines = log.lines() - lines_before;
