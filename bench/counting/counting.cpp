@@ -2,13 +2,14 @@
 // Preloaded into a process it counts allocations and copies, thread by thread.
 #include "counting.hpp"
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 
+// Takes the C library's place.
 #define COUNTED extern "C" __attribute__((visibility("default")))
 
 namespace {
@@ -48,10 +49,12 @@ void count_copy(size_t size) {
 } // namespace
 
 // The C library's own entries that stay reachable beside those replaced here.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" void *__libc_malloc(size_t size);
 extern "C" void *__libc_calloc(size_t count, size_t size);
 extern "C" void *__libc_realloc(void *block, size_t size);
 extern "C" void *__libc_memalign(size_t alignment, size_t size);
+// NOLINTEND(bugprone-reserved-identifier)
 
 COUNTED void *malloc(size_t size) {
     count_allocation(size);
@@ -79,14 +82,14 @@ COUNTED void *aligned_alloc(size_t alignment, size_t size) {
 
 COUNTED int posix_memalign(void **block, size_t alignment, size_t size) {
     *block = memalign(alignment, size);
-    return *block ? 0 : 12;
+    return *block ? 0 : ENOMEM;
 }
 
 // The loader copies with these before it can look up others, so they are plain loops of the
 // processor's own.
 COUNTED void *memcpy(void *to, const void *from, size_t size) {
     count_copy(size);
-    void *result = to;
+    void *const result = to;
     __asm__ volatile("rep movsb" : "+D"(to), "+S"(from), "+c"(size) : : "memory");
     return result;
 }
@@ -104,13 +107,12 @@ COUNTED void *memmove(void *to, const void *from, size_t size) {
     return to;
 }
 
-COUNTED Counts corvane_counts_of_thread(pid_t thread) {
+COUNTED void corvane_counts_of_thread(pid_t thread, Counts *counts) {
     const pid_t wanted = thread == 0 ? gettid() : thread;
-    Counts counts;
+    *counts = {};
     for (const Slot &slot : slots) {
         if (slot.thread == wanted) {
-            counts = slot.counts;
+            *counts = slot.counts;
         }
     }
-    return counts;
 }

@@ -31,8 +31,8 @@ struct Counts {
     }
 };
 
-// The library's one function: what the thread has done so far; 0 is the caller.
-using CountsOfThread = Counts(pid_t);
+// The library's one function: tells what the thread has done so far; 0 is the caller.
+using CountsOfThread = void(pid_t, Counts *);
 inline constexpr const char *kCountsOfThread = "corvane_counts_of_thread";
 
 } // namespace corvane::bench

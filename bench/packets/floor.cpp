@@ -34,7 +34,8 @@ public:
         address.sin_port = htons(port_);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socket_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
+        if (socket_ < 0 ||
+            connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
             !obs_output_can_begin_data_capture(output_, 0) ||
             !obs_output_initialize_encoders(output_, 0)) {
             return false;

@@ -31,7 +31,7 @@ constexpr int kSocketBuffer = 4 << 20;
 
 [[noreturn]] void fail(const char *what) {
     perror(what);
-    exit(EXIT_FAILURE);
+    _exit(EXIT_FAILURE);
 }
 
 uint64_t now_ns() {
@@ -144,7 +144,7 @@ std::array<pollfd, Count> wait_for(const std::array<int, Count> &sockets) {
         fail("poll");
     }
     if (found[0].revents != 0) {
-        exit(EXIT_SUCCESS);
+        _exit(EXIT_SUCCESS);
     }
     return found;
 }
@@ -231,6 +231,11 @@ int main(int argc, char **argv) {
         return EXIT_FAILURE;
     }
     const bool srt = std::string_view(argv[1]) == "srt";
+    const int port = std::atoi(argv[2]);
+    const int server_port = std::atoi(argv[3]);
     Finder finder(argv[4], srt);
-    (srt ? relay_datagrams : relay_connections)(std::atoi(argv[2]), std::atoi(argv[3]), finder);
+    if (srt) {
+        relay_datagrams(port, server_port, finder);
+    }
+    relay_connections(port, server_port, finder);
 }

@@ -18,9 +18,13 @@ struct Kind {
     const char *type;
     bool service;
 };
-constexpr std::array kKinds = {Kind{"standard", kMuxOutputId, false},
-    Kind{"resilient", kResilientOutputId, false}, Kind{"host-rtmp", "rtmp_output", true},
-    Kind{"host-srt", "ffmpeg_mpegts_muxer", true}, Kind{"floor", kFloorId, false}};
+constexpr std::array kKinds = {
+    Kind{.name = "standard", .type = kMuxOutputId, .service = false},
+    Kind{.name = "resilient", .type = kResilientOutputId, .service = false},
+    Kind{.name = "host-rtmp", .type = "rtmp_output", .service = true},
+    Kind{.name = "host-srt", .type = "ffmpeg_mpegts_muxer", .service = true},
+    Kind{.name = "floor", .type = kFloorId, .service = false},
+};
 
 // So far behind live the host's RTMP output drops frames; sped up it would be behind in no time.
 constexpr int kDropThresholdMs = 10'000;

@@ -38,7 +38,11 @@ bool counting_is_on() {
 }
 
 Counts counts_of_thread(pid_t thread) {
-    return counter() ? counter()(thread) : Counts{};
+    Counts counts;
+    if (counter()) {
+        counter()(thread, &counts);
+    }
+    return counts;
 }
 
 NewThreads::NewThreads()
