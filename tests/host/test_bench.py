@@ -5,7 +5,8 @@ import os
 from pathlib import Path
 
 import pytest
-from benches import canvas, report, scenes, start
+from benches import canvas, counted, report, scenes, start
+from benches.packet_runs import ALL, FLOOR, OURS_RTMP, PacketRuns
 from benches.report import Table
 from benches.rounds import Spread
 from benches.setting import Setting
@@ -56,3 +57,21 @@ def test_canvas(setting, tmp_path):
     streams = tables["Second canvas: streams as received"]
     assert all(cell.low > 0 for row in streams.values() for cell in row[1:])
     assert all(row[0].low == 1 for row in tables["Second canvas: ratios"].values())
+
+
+def test_packets(setting):
+    """An output whose packets get lost on the way, or a counter that has stopped counting."""
+    with PacketRuns(setting) as runs:
+        for candidate in ALL:
+            figures = runs.run(candidate, seconds=1, warm_up=0.2, speed=2, tracks=2)
+            assert (figures["packets"], figures["video_packets"]) == (124, 30)
+            assert 0 < figures["latency_us"]["p50"] <= figures["latency_us"]["max"]
+            assert figures["callback_cpu_us"] > 0 and figures["writer_cpu_us"] > 0
+        live = runs.run(OURS_RTMP, seconds=1, warm_up=0.2, through_libobs=True)
+        assert live["callback_wall_us"]["p999"] >= live["callback_wall_us"]["p50"] > 0
+        small, large = (runs.run(FLOOR, seconds=1, warm_up=0.2, megabits=rate)["bytes"] for rate in (1, 8))
+        assert large > 3 * small
+        counts = counted.allocations_and_copies(setting, runs, FLOOR, seconds=1, warm_up=0.2)
+        assert counts["copies"].callback == 1
+        assert counted.system_calls(setting, runs, FLOOR, seconds=0.5, warm_up=0.2).writer >= 1
+        assert counted.instructions(setting, runs, FLOOR, seconds=0.2, warm_up=0.2, speed=0.2).callback > 100

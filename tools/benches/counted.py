@@ -19,6 +19,7 @@ class Counted(NamedTuple):
 
     callback: float
     writer: float
+    packets: int  # of so many
 
 
 # A tracer slows everything; at this speed no output falls behind.
@@ -33,7 +34,7 @@ def system_calls(setting: Setting, runs: PacketRuns, candidate: Candidate, **opt
     figures = runs.run(candidate, under=["strace", "-f", "-qq", "-o", str(trace)], marks=True, **_TRACED | options)
     writers = {writer["thread"] for writer in figures["writers"]}
     callback, writer = _count_calls(trace.read_text(errors="replace").splitlines(), writers)
-    return Counted(callback / figures["packets"], writer / figures["packets"])
+    return Counted(callback / figures["packets"], writer / figures["packets"], figures["packets"])
 
 
 def _count_calls(lines: Iterable[str], writers: set[int]) -> tuple[int, int]:
@@ -66,7 +67,7 @@ def allocations_and_copies(setting: Setting, runs: PacketRuns, candidate: Candid
     library = setting.build / "bench" / "counting" / "libcounting.so"
     figures = runs.run(candidate, variables={"LD_PRELOAD": str(library)}, **options)
     callback, writer = figures["callback_counts"], figures["writer_counts"]
-    return {name: Counted(callback[name], writer[name]) for name in callback}
+    return {name: Counted(callback[name], writer[name], figures["packets"]) for name in callback}
 
 
 def instructions(setting: Setting, runs: PacketRuns, candidate: Candidate, **options: object) -> Counted:
@@ -82,7 +83,7 @@ def instructions(setting: Setting, runs: PacketRuns, candidate: Candidate, **opt
     writers = {str(writer["thread"]) for writer in figures["writers"]}
     writer = sum(_total(Path(f"{out}-{int(number):02}")) for number, thread in numbers.items() if thread in writers)
     return Counted(_inclusive(Path(f"{out}-01"), "corvane_measured_callback") / figures["packets"],
-                   writer / figures["packets"])
+                   writer / figures["packets"], figures["packets"])
 
 
 def _total(profile: Path) -> int:

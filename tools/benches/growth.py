@@ -5,6 +5,7 @@ import statistics
 from collections.abc import Mapping, Sequence
 from dataclasses import dataclass
 
+from . import counted
 from .packet_runs import HOST_RTMP, HOST_SRT, OURS_RTMP, OURS_SRT, PacketRuns
 from .report import Plot, Result, Table
 from .rounds import Runs, Spread, interleave, spread
@@ -39,6 +40,8 @@ def measure(setting: Setting) -> list[Result]:
             results += [_table(sweep, found), _plot(sweep, found)]
             if sweep.option == "tracks":
                 results.insert(0, _tracks(found))
+        if not setting.quick:
+            results.insert(0, _tracks_in_instructions(setting, runs))
     return results
 
 
@@ -84,3 +87,20 @@ def _tracks(found: Mapping[int, Runs]) -> Table:
         rows.append([label, Spread.of(shares), Spread.of(each)])
     return Table("Cost of tracks: the sound's share with six in units of its share with one (linear: 6)",
                  ["output", "share of 6 by share of 1", "CPU ms per second for a track more"], rows)
+
+
+def _tracks_in_instructions(setting: Setting, runs: PacketRuns) -> Table:
+    """As _tracks, by a count that hardly varies: one round is enough, and of few tracks."""
+    rows = []
+    for label, candidate in _CANDIDATES.items():
+        costs = []
+        for tracks in (1, 2, 6):
+            setting.progress(f"growth, instructions: {label}, {tracks}")
+            found = counted.instructions(setting, runs, candidate, tracks=tracks, seconds=1)
+            costs.append((found.callback + found.writer) * found.packets)
+        one, two, six = costs
+        share = two - one
+        rows.append([label, *(cost / 1e6 for cost in costs), (six - one + share) / share])
+    return Table("Cost of tracks in instructions: the sound's share with six in units of its share with one",
+                 ["output", "1 track, millions a second", "2 tracks", "6 tracks", "share of 6 by share of 1"], rows,
+                 "The share of one track is what the second one adds.")
