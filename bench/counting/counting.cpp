@@ -89,9 +89,9 @@ COUNTED int posix_memalign(void **block, size_t alignment, size_t size) {
 // processor's own.
 COUNTED void *memcpy(void *to, const void *from, size_t size) {
     count_copy(size);
-    void *const result = to;
-    __asm__ volatile("rep movsb" : "+D"(to), "+S"(from), "+c"(size) : : "memory");
-    return result;
+    void *out = to;
+    __asm__ volatile("rep movsb" : "+D"(out), "+S"(from), "+c"(size) : : "memory");
+    return to;
 }
 
 COUNTED void *memmove(void *to, const void *from, size_t size) {
