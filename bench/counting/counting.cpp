@@ -89,7 +89,7 @@ COUNTED int posix_memalign(void **block, size_t alignment, size_t size) {
 // processor's own.
 COUNTED void *memcpy(void *to, const void *from, size_t size) {
     count_copy(size);
-    void *out = to;
+    void *out = to; // NOLINT(misc-const-correctness): the next line writes there
     __asm__ volatile("rep movsb" : "+D"(out), "+S"(from), "+c"(size) : : "memory");
     return to;
 }
