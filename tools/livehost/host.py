@@ -95,7 +95,7 @@ class LiveHost:
         if not self._end(seconds):
             raise HostError(f"the host did not quit within {seconds:g} s")
         if self._process.returncode != 0:
-            raise HostError(f"the host quit with status {self._process.returncode}")
+            raise HostError(f"the host quit with status {self._process.returncode}\n{self._last_words()}")
 
     def wait_closed(self) -> int:
         """Waits, however long it takes, until the person closes the host."""
@@ -164,9 +164,12 @@ class LiveHost:
     def _alive(self) -> bool:
         if self._process is None or self._process.poll() is not None:
             status = self._process.returncode if self._process else "not started"
-            tail = "\n".join(self.console.read_text(errors="replace").splitlines()[-15:])
-            raise HostError(f"the host is not running (status {status})\n{tail}")
+            raise HostError(f"the host is not running (status {status})\n{self._last_words()}")
         return True
+
+    def _last_words(self) -> str:
+        """The end of what the host wrote, with the call stack of a crash."""
+        return "\n".join(self.console.read_text(errors="replace").splitlines()[-40:])
 
     def _check_names(self) -> None:
         """Unknown names make the host fall back silently, and everything after would mislead."""

@@ -2,6 +2,7 @@
 // Answers vendor requests of the host's remote control. What only looks is answered from the UI
 // thread; what acts is posted to it and answered at once, so that a dialog that the action opens
 // does not hold up the answer.
+#include "crash_report.hpp"
 #include "widgets.hpp"
 
 #include <obs-module.h>
@@ -149,6 +150,7 @@ void answer(obs_data_t *request, obs_data_t *response, void *handler_record) {
 } // namespace livehost
 
 bool obs_module_load() {
+    livehost::report_crashes();
     return true;
 }
 
