@@ -43,17 +43,19 @@ public:
         : payload_(payload) {}
 
     // Moves on to the next unit; false when there is none. A unit is seen only when its start
-    // code begins at least five bytes before the end.
+    // code begins at least five bytes before the end. A start code is found by its last byte:
+    // coded pictures hold few ones, and passing over everything else is a job for the C library.
     bool next() {
-        for (; position_ + 5 <= payload_.size(); ++position_) {
-            if (payload_[position_] != 0 || payload_[position_ + 1] != 0) {
+        for (size_t one = find_one(position_ + 2); one + 1 < payload_.size();
+            one = find_one(one + 1)) {
+            if (payload_[one - 1] != 0 || payload_[one - 2] != 0) {
                 continue;
             }
-            if (payload_[position_ + 2] == 0 && payload_[position_ + 3] == 1) {
-                return found(position_ + 4);
-            }
-            if (payload_[position_ + 2] == 1) {
-                return found(position_ + 3);
+            const bool long_code = one >= position_ + 3 && payload_[one - 3] == 0;
+            if (one - (long_code ? 3 : 2) + 5 <= payload_.size()) {
+                position_ = one + 1;
+                type_ = payload_[position_] & kNalTypeMask;
+                return true;
             }
         }
         return false;
@@ -62,10 +64,15 @@ public:
     uint8_t type() const { return type_; }
 
 private:
-    bool found(size_t header) {
-        type_ = payload_[header] & kNalTypeMask;
-        position_ = header;
-        return true;
+    // Where the next byte of value one is; the payload's size when there is none.
+    size_t find_one(size_t from) const {
+        if (from >= payload_.size()) {
+            return payload_.size();
+        }
+        const Bytes rest = payload_.subspan(from);
+        const void *one = std::memchr(rest.data(), 1, rest.size());
+        return one ? static_cast<size_t>(static_cast<const uint8_t *>(one) - payload_.data())
+                   : payload_.size();
     }
 
     Bytes payload_;

@@ -36,14 +36,19 @@ int PacketPath::enqueue_packet(const Muxer &muxer, const AVPacket &packet, bool 
     return queue_.push(std::move(clone)) ? 0 : AVERROR(EAGAIN);
 }
 
+// A stream that has started lets every picture pass. What kind it is takes a look at all of its
+// bytes, so that is asked only before.
 int PacketPath::pass_video_gate(const Muxer &muxer, const AVPacket &packet) {
+    if (stream_.keyframe_seen) {
+        return 0;
+    }
     const Bytes payload = payload_of(packet);
     const bool annexb = is_annexb(payload);
     const bool aud = annexb && has_aud(payload);
     const bool idr = annexb && has_idr(payload);
     const bool key = (packet.flags & AV_PKT_FLAG_KEY) != 0 || idr;
 
-    if (muxer.is_srt && !stream_.clean_start_armed) {
+    if (muxer.is_srt) {
         if (!annexb || !aud || !idr || !key) {
             log_warning("dropping pre-start SRT video packet: size=%d pts=%lld dts=%lld annexb=%d "
                         "aud=%d idr=%d key=%d",
@@ -54,14 +59,12 @@ int PacketPath::pass_video_gate(const Muxer &muxer, const AVPacket &packet) {
         stream_.clean_start_armed = true;
         log_info("SRT clean start armed on keyframe: size=%d pts=%lld dts=%lld", packet.size,
             static_cast<long long>(packet.pts), static_cast<long long>(packet.dts));
-    } else if (!key && !stream_.keyframe_seen) {
+    } else if (!key) {
         log_warning("dropping pre-keyframe video packet: size=%d pts=%lld dts=%lld", packet.size,
             static_cast<long long>(packet.pts), static_cast<long long>(packet.dts));
         return AVERROR(EAGAIN);
     }
-    if (key && !stream_.keyframe_seen) {
-        start_stream_at(packet, aud, idr);
-    }
+    start_stream_at(packet, aud, idr);
     return 0;
 }
 

@@ -49,6 +49,40 @@ INSTANTIATE_TEST_SUITE_P(Payloads, Scan,
         ScanCase{"takes the emulation byte for a start code", {0, 0, 1, 0x41, 0, 0, 3, 1, 0x65, 0},
             true, false, false, "[1]"}));
 
+namespace {
+
+// The definition: every position is tried, a long start code before a short one.
+std::string types_by_definition(const Buffer &payload) {
+    std::string types;
+    for (size_t at = 0; at + 5 <= payload.size(); ++at) {
+        const auto *const p = &payload[at];
+        const bool long_code = p[0] == 0 && p[1] == 0 && p[2] == 0 && p[3] == 1;
+        if (long_code || (p[0] == 0 && p[1] == 0 && p[2] == 1)) {
+            at += long_code ? 4 : 3;
+            types += (types.empty() ? "" : ",") + std::to_string(payload[at] & 0x1F);
+            --at;
+        }
+    }
+    return "[" + types + "]";
+}
+
+} // namespace
+
+// A search that takes short cuts differs where start codes touch, overlap or reach the end.
+TEST(NalTypes, are_those_of_a_plain_search_in_every_short_payload) {
+    constexpr uint8_t kBytes[] = {0, 1, 0x65};
+    for (size_t size = 0, count = 1; size <= 10; ++size, count *= std::size(kBytes)) {
+        Buffer payload(size);
+        for (size_t number = 0; number < count; ++number) {
+            for (size_t at = 0, rest = number; at < size; ++at, rest /= std::size(kBytes)) {
+                payload[at] = kBytes[rest % std::size(kBytes)];
+            }
+            const std::string types = types_by_definition(payload);
+            ASSERT_EQ(nal_types_string(payload, 20), types) << testing::PrintToString(payload);
+        }
+    }
+}
+
 TEST(NalTypes, are_cut_at_the_limit) {
     const Buffer payload = {0, 0, 1, 9, 0, 0, 1, 7, 0, 0, 1, 8, 0, 0};
     EXPECT_EQ(nal_types_string(payload, 2), "[9,7]");
