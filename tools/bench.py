@@ -17,9 +17,7 @@ from livehost.screen import VirtualScreen
 
 PROJECT = Path(__file__).resolve().parents[1]
 OUT = PROJECT / "bench-out"
-# Name → module of benches.
-MEASURES = {"packets": "packets", "latency": "latency", "canvas": "canvas", "growth": "growth_of_packets",
-            "scenes": "scenes", "start": "start"}
+MEASURES = ("packets", "latency", "canvas", "growth", "scenes", "start")  # each a module of benches
 ROUNDS, QUICK_ROUNDS = 10, 2
 
 
@@ -31,7 +29,7 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--json", type=Path, metavar="FILE", help="the values of this run in one file, too")
     parser.add_argument("--preset", default="release", help="the build to measure")
     arguments = parser.parse_args()
-    unknown = set(arguments.names) - MEASURES.keys()
+    unknown = set(arguments.names) - set(MEASURES)
     if unknown:
         parser.error(f"no such measure: {', '.join(sorted(unknown))} (there are {', '.join(MEASURES)})")
     return arguments
@@ -42,13 +40,13 @@ def main() -> int:
     rounds = arguments.rounds or (QUICK_ROUNDS if arguments.quick else ROUNDS)
     values = {}
     with VirtualScreen() as screen:
-        for name, module in MEASURES.items():
+        for name in MEASURES:
             if arguments.names and name not in arguments.names:
                 continue
             print(f"==> {name}", flush=True)
             with tempfile.TemporaryDirectory() as folder:
                 setting = Setting(rounds, arguments.quick, Path(folder), PROJECT / "build" / arguments.preset, screen)
-                results = importlib.import_module(f"benches.{module}").measure(setting)
+                results = importlib.import_module(f"benches.{name}").measure(setting)
             report.show(results)
             report.keep(name, results, OUT)
             values[name] = [report.entry(result) for result in results]
