@@ -27,7 +27,6 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--quick", action="store_true", help="a few short rounds, to see that all works")
     parser.add_argument("--rounds", type=int, help=f"of every candidate ({ROUNDS}, {QUICK_ROUNDS} with --quick)")
     parser.add_argument("--json", type=Path, metavar="FILE", help="the values of this run in one file, too")
-    parser.add_argument("--preset", default="release", help="the build to measure")
     arguments = parser.parse_args()
     unknown = set(arguments.names) - set(MEASURES)
     if unknown:
@@ -45,13 +44,13 @@ def main() -> int:
                 continue
             print(f"==> {name}", flush=True)
             with tempfile.TemporaryDirectory() as folder:
-                setting = Setting(rounds, arguments.quick, Path(folder), PROJECT / "build" / arguments.preset, screen)
+                setting = Setting(rounds, arguments.quick, Path(folder), PROJECT / "build" / "release", screen)
                 results = importlib.import_module(f"benches.{name}").measure(setting)
             report.show(results)
             report.keep(name, results, OUT)
             values[name] = [report.entry(result) for result in results]
-    if arguments.json:
-        arguments.json.write_text(json.dumps(values, indent=1) + "\n")
+            if arguments.json:
+                arguments.json.write_text(json.dumps(values, indent=1) + "\n")
     print(f"\nTables, values and plots are in {OUT}")
     return 0
 

@@ -40,7 +40,7 @@ public:
             !obs_output_initialize_encoders(output_, 0)) {
             return false;
         }
-        thread_ = std::jthread([this](const std::stop_token &stop) { send_all(stop); });
+        thread_ = std::thread([this] { send_all(); });
         return obs_output_begin_data_capture(output_, 0);
     }
 
@@ -59,9 +59,13 @@ public:
     }
 
 private:
-    void send_all(const std::stop_token &stop) {
+    void send_all() {
         std::unique_lock lock(mutex_);
-        while (changed_.wait(lock, stop, [this] { return !packets_.empty(); })) {
+        while (true) {
+            changed_.wait(lock, [this] { return ended_ || !packets_.empty(); });
+            if (ended_) {
+                return;
+            }
             std::vector<uint8_t> packet = std::move(packets_.front());
             packets_.pop_front();
             lock.unlock();
@@ -79,7 +83,14 @@ private:
     }
 
     void end() {
-        thread_ = {};
+        {
+            const std::scoped_lock lock(mutex_);
+            ended_ = true;
+        }
+        changed_.notify_one();
+        if (thread_.joinable()) {
+            thread_.join();
+        }
         if (socket_ >= 0) {
             close(socket_);
             socket_ = -1;
@@ -90,9 +101,10 @@ private:
     const uint16_t port_;
     int socket_ = -1;
     std::mutex mutex_;
-    std::condition_variable_any changed_;
+    std::condition_variable changed_;
     std::deque<std::vector<uint8_t>> packets_; // guarded by mutex_
-    std::jthread thread_;
+    bool ended_ = false;                       // guarded by mutex_
+    std::thread thread_;
 };
 
 } // namespace

@@ -58,16 +58,22 @@ int64_t Meter::own_cpu_ns() const {
     std::array<int64_t, 1001> readings{};
     for (int64_t &reading : readings) {
         const int64_t before = thread_cpu_ns();
+        now_ns();
+        now_ns();
         reading = thread_cpu_ns() - before;
     }
     std::ranges::nth_element(readings, readings.begin() + readings.size() / 2);
     return readings[readings.size() / 2];
 }
 
-void Meter::begin(size_t most_packets) {
+void Meter::reserve(size_t packets) {
     const std::scoped_lock lock(mutex_);
+    samples_.resize(packets);
     samples_.clear();
-    samples_.reserve(most_packets);
+}
+
+void Meter::begin() {
+    const std::scoped_lock lock(mutex_);
     measuring_ = true;
 }
 
@@ -98,12 +104,13 @@ void Meter::call(void *output, encoder_packet *packet) {
     if (marks_) {
         mark("(");
     }
+    const int64_t begin = now_ns();
     corvane_measured_callback(original_.encoded_packet, output, packet);
+    sample.wall_ns = now_ns() - begin;
     if (marks_) {
         mark(")");
     }
     sample.cpu_ns = thread_cpu_ns() - cpu - overhead_ns_;
-    sample.wall_ns = now_ns() - sample.entered_ns;
     sample.counts = counts_of_thread(0);
     sample.counts -= before;
     const std::scoped_lock lock(mutex_);

@@ -35,7 +35,9 @@ public:
     // callback, for whoever traces system calls.
     void watch(const std::string &type, bool marks);
 
-    void begin(size_t most_packets);
+    // Before begin(): takes the memory of so many packets' samples.
+    void reserve(size_t packets);
+    void begin();
     std::vector<Sample> end();
     uint64_t passed() const { return passed_; }
 
@@ -47,7 +49,7 @@ public:
     void call(void *output, encoder_packet *packet);
 
 private:
-    int64_t own_cpu_ns() const; // of two readings with nothing in between
+    int64_t own_cpu_ns() const; // of the readings around a callback
 
     std::string type_;
     bool marks_ = false;

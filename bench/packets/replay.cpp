@@ -6,6 +6,8 @@
 
 #include <util/bmem.h>
 
+#include <sys/prctl.h>
+
 #include <algorithm>
 #include <atomic>
 #include <ctime>
@@ -85,9 +87,12 @@ obs_encoder_info encoder_type(const char *id, const char *codec, obs_encoder_typ
     return info;
 }
 
+// To the point. Only while sleeping, as threads that an output makes take the setting over.
 void sleep_until(int64_t time_ns) {
     const timespec time{.tv_sec = time_ns / 1'000'000'000, .tv_nsec = time_ns % 1'000'000'000};
+    prctl(PR_SET_TIMERSLACK, 1);
     clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr);
+    prctl(PR_SET_TIMERSLACK, 0); // as it was
 }
 
 } // namespace
@@ -124,16 +129,18 @@ double Feeder::next_time() const {
         static_cast<double>(sounds_) * kSamplesPerFrame / kSampleRate);
 }
 
-void Feeder::feed(double seconds) {
+double Feeder::feed(double seconds) {
     const double begin = next_time();
+    int64_t late_ns = 0;
     const int64_t begin_ns = now_ns();
     while (next_time() < begin + seconds) {
         const int64_t due_ns =
             begin_ns + static_cast<int64_t>((next_time() - begin) / speed_ * 1e9);
         sleep_until(due_ns);
-        late_ns_ = std::max(late_ns_, now_ns() - due_ns);
+        late_ns = std::max(late_ns, now_ns() - due_ns);
         give_next();
     }
+    return static_cast<double>(late_ns) / 1e6;
 }
 
 void Feeder::give_next() {

@@ -39,11 +39,9 @@ public:
         , shape_(shape)
         , speed_(speed) {}
 
-    // The next so many seconds of the stream.
-    void feed(double seconds);
-
-    // The longest that a packet was handed over after its time.
-    double late_ms() const { return static_cast<double>(late_ns_) / 1e6; }
+    // The next so many seconds of the stream; returns for how long after its time a packet was
+    // handed over, at most, in ms.
+    double feed(double seconds);
 
 private:
     double next_time() const; // of the stream, in seconds
@@ -56,7 +54,6 @@ private:
     const double speed_;
     int64_t frames_ = 0; // given so far
     int64_t sounds_ = 0; // of each track
-    int64_t late_ns_ = 0;
 };
 
 } // namespace corvane::bench

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 
 namespace corvane::bench {
@@ -92,7 +93,10 @@ int memory_kb(const char *name) {
 }
 
 void forget_memory_peak() {
-    std::ofstream("/proc/self/clear_refs") << 5;
+    std::ofstream file("/proc/self/clear_refs");
+    if (!(file << 5 << std::flush)) {
+        throw std::runtime_error("the memory's peak cannot be forgotten");
+    }
 }
 
 } // namespace corvane::bench

@@ -92,20 +92,22 @@ void Relay::serve() {
             return;
         }
         const int client = require(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
+        connected_ = true;
         const int server = connect_to(server_port_);
         never_wait(client);
         never_wait(server);
         pass_on(client, server);
         close(client);
         close(server);
+        connected_ = false;
+        connected_.notify_all();
     }
 }
 
 void Relay::pass_on(int client, int server) {
     std::array waiting{readable(client), readable(server), readable(end_[0])};
     while (poll(waiting.data(), waiting.size(), -1) > 0 && waiting[2].revents == 0) {
-        auto nothing_yet = Clock::time_point();
-        if (waiting[0].revents != 0) {
+        if (auto nothing_yet = Clock::time_point(); waiting[0].revents != 0) {
             first_byte_.compare_exchange_strong(nothing_yet, Clock::now());
         }
         if ((waiting[0].revents != 0 && !copy(client, server)) ||

@@ -23,7 +23,11 @@ public:
 
     // Of the connection that came first since the last forget(); the epoch while there was none.
     Clock::time_point first_byte() const { return first_byte_; }
-    void forget() { first_byte_ = Clock::time_point(); }
+    // Once the last connection has ended.
+    void forget() {
+        connected_.wait(true);
+        first_byte_ = Clock::time_point();
+    }
 
 private:
     void serve();
@@ -33,6 +37,7 @@ private:
     int listener_;
     int port_ = 0;
     int end_[2] = {-1, -1}; // a pipe that is closed at the end
+    std::atomic<bool> connected_ = false;
     std::atomic<Clock::time_point> first_byte_ = Clock::time_point();
     std::thread thread_;
 };

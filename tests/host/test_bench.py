@@ -50,13 +50,16 @@ def test_start(setting, tmp_path):
 
 def test_canvas(setting, tmp_path):
     """A second host that streams something else than the module would, or figures that are missing."""
-    candidate = canvas.Candidate(canvas.TWO_HOSTS, canvas.TALLS[0])
     with RtmpServer(tmp_path / "rtmp") as rtmp:
-        figures = canvas.run_once(canvas.Stage(setting, rtmp), candidate, 0, 1)
-    tables = whole_tables(canvas.tables({str(name): [figures] for name in canvas.CANDIDATES}), tmp_path)
-    streams = tables["Second canvas: streams as received"]
-    assert all(cell.low > 0 for row in streams.values() for cell in row[1:])
-    assert all(row[0].low == 1 for row in tables["Second canvas: ratios"].values())
+        stage = canvas.Stage(setting, rtmp)
+        figures = {who: canvas.run_once(stage, canvas.Candidate(who, canvas.TALLS[0]), 0, 1)
+                   for who in (canvas.MODULE, canvas.TWO_HOSTS)}
+    runs = {str(candidate): [figures.get(candidate.who, figures[canvas.MODULE])] for candidate in canvas.CANDIDATES}
+    tables = whole_tables(canvas.tables(runs), tmp_path)
+    for who, tracks in ((canvas.MODULE, 6), (canvas.TWO_HOSTS, 1)):
+        size, rate, kbps, sounds = tables["Second canvas: streams as received"][f"vertical: {who}, {canvas.TALLS[0]}"]
+        assert (size, sounds.low) == ("540x960", tracks)
+        assert rate.low > 0 and kbps.low > 0
 
 
 def test_packets(setting):

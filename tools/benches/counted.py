@@ -80,8 +80,8 @@ def instructions(setting: Setting, runs: PacketRuns, candidate: Candidate, **opt
     # The compiling renderer's code would be made anew all the time.
     figures = runs.run(candidate, under=under, variables={"GALLIUM_DRIVER": "softpipe"}, **_SIMULATED | options)
     numbers = dict(re.findall(r"Thread (\d+): .*\(lwpid (\d+)\)", log.read_text()))
-    writers = {str(writer["thread"]) for writer in figures["writers"]}
-    writer = sum(_total(Path(f"{out}-{int(number):02}")) for number, thread in numbers.items() if thread in writers)
+    by_thread = {thread: Path(f"{out}-{int(number):02}") for number, thread in numbers.items()}
+    writer = sum(_total(by_thread[str(writer["thread"])]) for writer in figures["writers"])
     return Counted(_inclusive(Path(f"{out}-01"), "corvane_measured_callback") / figures["packets"],
                    writer / figures["packets"], figures["packets"])
 

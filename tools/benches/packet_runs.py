@@ -36,9 +36,9 @@ RESILIENT_SRT = Candidate("ours, resilient, SRT", "resilient", "srt")
 FLOOR = Candidate("floor: a copy, a sendmsg", "floor", "drain")
 ALL = (OURS_RTMP, HOST_RTMP, OURS_SRT, HOST_SRT, FLOOR, RESILIENT_RTMP, RESILIENT_SRT)
 
-# Muxers keep the last packets of every track until they know what comes before them; MPEG-TS
-# gathers several frames of sound in one unit.
-MOST_HELD = 60
+# Muxers keep the last packets until they know what comes before them, and MPEG-TS gathers several
+# frames of a track in one unit.
+_HELD_OF_A_TRACK, _HELD_PICTURES = 8, 10
 
 BY_LABEL = {candidate.label: candidate for candidate in ALL}
 
@@ -101,13 +101,16 @@ class PacketRuns:
         with self._road(candidate.to, board) as url:
             figures = self._setting.run_program("packet_bench", candidate.target, url, "bench", *words, under=under,
                                                 **variables)
-        _check(candidate, figures)
+        _check(candidate, figures, int(options.get("tracks", 6)))
         return figures
 
 
-def _check(candidate: Candidate, figures: Mapping[str, Any]) -> None:
+def _check(candidate: Candidate, figures: Mapping[str, Any], tracks: int) -> None:
     """Only what a muxer still holds at the end may be missing at the sink."""
+    if figures["writer_cpu_us"] <= 0:
+        raise RuntimeError(f"{candidate.label}: no thread of its own was seen at work")
     missing = figures["packets"] - figures["arrived"]
-    if figures["packets"] == 0 or figures["frames_dropped"] or missing > MOST_HELD:
+    held = _HELD_OF_A_TRACK * tracks + _HELD_PICTURES
+    if figures["packets"] == 0 or figures["frames_dropped"] or missing > held:
         raise RuntimeError(f"{candidate.label}: {figures['frames_dropped']} frames dropped, "
                            f"{missing} of {figures['packets']} packets not seen at the sink")

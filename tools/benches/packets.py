@@ -20,7 +20,7 @@ def measure(setting: Setting) -> list[Result]:
     with PacketRuns(setting) as runs:
         for tracks in (6, 1):
             results += _cost(setting, runs, tracks)
-        results.append(_counters(setting, runs))
+        results += _counters(setting, runs)
     return results
 
 
@@ -51,30 +51,37 @@ def _ratios(found: Runs, streamed: str) -> Table:
 
 def _absolute(found: Runs, streamed: str) -> Table:
     rows = [[label, *(spread(found, label, figure) for figure in
-                      ("callback_cpu_us", "writer_cpu_us", "path_cpu_us", "memory_growth_kb"))] for label in found]
+                      ("callback_cpu_us", "writer_cpu_us", "path_cpu_us", "memory_growth_kb", "late_ms"))] for label in found]
     return Table(f"CPU time per packet and memory ({streamed})",
-                 ["output", "callback µs", "own threads µs", "whole path µs", "memory kB"], rows,
+                 ["output", "callback µs", "own threads µs", "whole path µs", "memory kB", "handed over late, ms"], rows,
                  "Memory: the process's peak over what it held before the output was made; the floor's is what "
-                 "libobs needs for any output.")
+                 "libobs needs for any output. Late: the packet that was handed over the longest after its time.")
 
 
 _COUNTED = (OURS_RTMP, HOST_RTMP, OURS_SRT, HOST_SRT, FLOOR, BY_LABEL["ours, resilient, RTMP"])
 
 
-def _counters(setting: Setting, runs: PacketRuns) -> Table:
-    rows = []
-    for candidate in _COUNTED[:2] if setting.quick else _COUNTED:
-        setting.progress(f"counters: {candidate.label}")
-        rows.append([candidate.label, *_count(setting, runs, candidate)])
-    return Table("Counted per packet: in the callback + in the output's own threads (6 tracks)",
-                 ["output", "system calls", "allocations", "copies", "bytes copied", "instructions"], rows,
-                 "Copies are those by the C library's functions between libraries, without the kernel's.")
+_COUNTED_ROUNDS = 3  # counts hardly vary
+_KINDS = ("system calls", "allocations", "copies", "bytes copied", "instructions")
+_PLACES = ("in the callback", "in the output's own threads")
 
 
-def _count(setting: Setting, runs: PacketRuns, candidate: Candidate) -> list[str]:
-    seconds = 1 if setting.quick else 4
-    found = {"system calls": counted.system_calls(setting, runs, candidate, seconds=seconds)}
-    found |= counted.allocations_and_copies(setting, runs, candidate, seconds=seconds, speed=2)
-    found["instructions"] = counted.instructions(setting, runs, candidate, seconds=seconds / 2)
-    return [f"{found[name].callback:,.1f} + {found[name].writer:,.1f}"
-            for name in ("system calls", "allocations", "copies", "copied_bytes", "instructions")]
+def _counters(setting: Setting, runs: PacketRuns) -> list[Result]:
+    labels = [candidate.label for candidate in (_COUNTED[:2] if setting.quick else _COUNTED)]
+    found = interleave(labels, 1 if setting.quick else _COUNTED_ROUNDS,
+                       lambda label: _count(setting, runs, BY_LABEL[label]),
+                       lambda text: setting.progress(f"counters, {text}"))
+    return [Table(f"Counted per packet {place} (6 tracks)", ["output", *_KINDS],
+                  [[label, *(spread(found, label, f"{kind} {place}") for kind in _KINDS)] for label in labels],
+                  "Copies are those by the C library's functions between libraries, without the kernel's.")
+            for place in _PLACES]
+
+
+def _count(setting: Setting, runs: PacketRuns, candidate: Candidate) -> Mapping[str, float]:
+    seconds = 1 if setting.quick else 2
+    counts = counted.allocations_and_copies(setting, runs, candidate, seconds=seconds, speed=2)
+    by_kind = dict(zip(_KINDS, (
+        counted.system_calls(setting, runs, candidate, seconds=seconds), counts["allocations"], counts["copies"],
+        counts["copied_bytes"], counted.instructions(setting, runs, candidate, seconds=seconds / 2))))
+    return {f"{kind} {place}": number for kind, count in by_kind.items()
+            for place, number in zip(_PLACES, (count.callback, count.writer))}

@@ -2,6 +2,7 @@
 """The recorded packets that the packet measures replay."""
 
 import subprocess
+import zlib
 from pathlib import Path
 
 SECONDS = 20
@@ -20,7 +21,7 @@ _COMMAND = (
 def recording(build: Path) -> Path:
     """A file with 1080x1920 H.264 at 30 fps and 4 Mbit/s and one AAC track of 160 kbit/s; made
     once for a build folder."""
-    path = build / "bench" / "recording.mp4"
+    path = build / "bench" / f"recording-{zlib.crc32(' '.join(_COMMAND).encode()):08x}.mp4"
     if not path.exists():
         part = path.with_suffix(".part.mp4")
         subprocess.run([*_COMMAND, str(part)], check=True)

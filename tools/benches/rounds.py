@@ -23,19 +23,19 @@ def interleave(candidates: Sequence[str], rounds: int, run: Callable[[str], Figu
 
 @dataclass(frozen=True)
 class Spread:
-    """Median, least and greatest of some values, and the median distance of them from their median."""
+    """Some values, their median, least and greatest, and the median distance of them from their median."""
 
+    values: Sequence[float]
     median: float
     low: float
     high: float
     deviation: float
-    count: int
 
     @classmethod
     def of(cls, values: Sequence[float]) -> Self:
         median = statistics.median(values)
-        return cls(median, min(values), max(values), statistics.median(abs(value - median) for value in values),
-                   len(values))
+        return cls(list(values), median, min(values), max(values),
+                   statistics.median(abs(value - median) for value in values))
 
 
 def spread(runs: Runs, candidate: str, figure: str) -> Spread:
