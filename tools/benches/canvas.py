@@ -69,7 +69,7 @@ class Candidate:
 MODULE, TWO_HOSTS = "module", "two hosts"
 ALONE = Candidate("host alone")
 CANDIDATES = (ALONE, *(Candidate(who, tall) for tall in TALLS for who in (MODULE, TWO_HOSTS)))
-_WARM_UP_SECONDS, _SECONDS, _QUICK_SECONDS = 5, 15, 2
+_WARM_UP_SECONDS, _SECONDS, _QUICK_SECONDS = 4, 10, 2
 _TICKS_PER_SECOND = os.sysconf("SC_CLK_TCK")
 _CPU, _MEMORY, _IDLE, _LAGGED, _SKIPPED, _RENDERED = (
     "CPU, seconds per second", "memory, MiB", "machine's processors idle, %", "lagged frames, %", "skipped frames, all run",

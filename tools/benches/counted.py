@@ -75,7 +75,7 @@ def instructions(setting: Setting, runs: PacketRuns, candidate: Candidate, **opt
     out, log = setting.root / "callgrind", setting.root / "valgrind.log"
     for old in setting.root.glob("callgrind*"):
         old.unlink()
-    under = ["valgrind", "--tool=callgrind", "--instr-atstart=no", "--separate-threads=yes",
+    under = ["valgrind", "--tool=callgrind", "--instr-atstart=no", "--separate-threads=yes", "--fair-sched=yes",
              f"--callgrind-out-file={out}", f"--log-file={log}"]
     # The compiling renderer's code would be made anew all the time.
     figures = runs.run(candidate, under=under, variables={"GALLIUM_DRIVER": "softpipe"}, **_SIMULATED | options)

@@ -15,7 +15,7 @@ _HOST_OF = {label: (HOST_SRT if candidate.to == "srt" else HOST_RTMP).label for 
 def measure(setting: Setting) -> list[Result]:
     with PacketRuns(setting) as runs:
         def run(label: str) -> Mapping[str, float]:
-            figures = runs.run(BY_LABEL[label], through_libobs=True, seconds=2 if setting.quick else 10)
+            figures = runs.run(BY_LABEL[label], through_libobs=True, seconds=2 if setting.quick else 8)
             latency, callback = figures["latency_us"], figures["callback_wall_us"]
             return {"p50": latency["p50"] / 1000, "p99": latency["p99"] / 1000, "max": latency["max"] / 1000,
                     "callback p50": callback["p50"], "callback p99.9": callback["p999"],

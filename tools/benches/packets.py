@@ -25,7 +25,7 @@ def measure(setting: Setting) -> list[Result]:
 
 
 def _cost(setting: Setting, runs: PacketRuns, tracks: int) -> list[Result]:
-    stream = {"speed": _SPEED, "tracks": tracks, "seconds": 2 if setting.quick else 20}
+    stream = {"speed": _SPEED, "tracks": tracks, "seconds": 2 if setting.quick else 10}
 
     def run(label: str) -> Mapping[str, float]:
         return runs.run(BY_LABEL[label], **stream)
@@ -61,7 +61,7 @@ def _absolute(found: Runs, streamed: str) -> Table:
 _COUNTED = (OURS_RTMP, HOST_RTMP, OURS_SRT, HOST_SRT, FLOOR, BY_LABEL["ours, resilient, RTMP"])
 
 
-_COUNTED_ROUNDS = 3  # counts hardly vary
+_COUNTED_ROUNDS = 2  # counts hardly vary
 _KINDS = ("system calls", "allocations", "copies", "bytes copied", "instructions")
 _PLACES = ("in the callback", "in the output's own threads")
 
