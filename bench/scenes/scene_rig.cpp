@@ -39,17 +39,18 @@ SceneRig::SceneRig(int count, bool active_audio)
         &module_state.global_config, module_state.global_config_path.c_str(), CONFIG_OPEN_ALWAYS);
     require(module_state.global_config && canvas.init(), "making the canvas");
     module_state.canvas = &canvas;
-    require(output.emplace(&canvas, OutputConfig{}).init(), "making the output");
-    dock.emplace(&canvas, &*output, nullptr);
-    dock->setPreviewShown(false); // what it draws is the same with any number of scenes
-    dock->show();
+    VerticalOutput &stream = output.emplace(&canvas, OutputConfig{});
+    require(stream.init(), "making the output");
+    VerticalDock &shown = dock.emplace(&canvas, &stream, nullptr);
+    shown.setPreviewShown(false); // what it draws is the same with any number of scenes
+    shown.show();
     require(
-        test::wait_until([this] { return dock->windowHandle()->isExposed(); }), "showing the dock");
+        test::wait_until([&] { return shown.windowHandle()->isExposed(); }), "showing the dock");
 
     const double before = heap_bytes();
     fill();
     const double with_scenes = heap_bytes();
-    dock->setRuntime(&canvas, &*output);
+    shown.setRuntime(&canvas, &stream);
     scene_bytes = (with_scenes - before) / count;
     line_bytes = (heap_bytes() - with_scenes) / count;
     save_scene_list();
