@@ -53,8 +53,7 @@ def _run(setting: Setting, runs: PacketRuns, sweep: _Sweep) -> dict[int, Runs]:
         label, value = names[name]
         figures = runs.run(_CANDIDATES[label], **stream | {sweep.option: value})
         per_second = figures["packets"] / stream["seconds"] / 1000
-        return {"packet": figures["path_cpu_us"], "callback": figures["callback_cpu_us"],
-                "stream": figures["path_cpu_us"] * per_second}
+        return {"packet": figures["path_cpu_us"], "stream": figures["path_cpu_us"] * per_second}
 
     found = interleave(list(names), setting.rounds, run, lambda text: setting.progress(f"growth, {sweep.title}: {text}"))
     return {value: {label: found[f"{label}, {value}"] for label in _CANDIDATES} for value in values}
