@@ -29,6 +29,7 @@ void close_config(config_t *&config) {
 
 void load_global_config() {
     close_config(module_state.global_config);
+    module_state.scene_list_restored = false;
     const std::string path = take_string(obs_module_config_path("settings-global.ini"));
     if (path.empty()) {
         log_warning("Could not resolve global config path");

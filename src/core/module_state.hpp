@@ -45,6 +45,8 @@ struct ModuleState {
     // Where each was opened.
     std::string global_config_path;
     std::string profile_config_path;
+    // Whether the global file's scene list has been read into a canvas since the file was opened.
+    bool scene_list_restored = false;
 
     bool event_callback_registered = false;
     // Set while a front-end event is being handled.

@@ -39,6 +39,10 @@ void write_string(const std::string &key, const std::string &value) {
     config_set_string(module_state.global_config, kSection, key.c_str(), value.c_str());
 }
 
+uint64_t stored_count() {
+    return config_get_uint(module_state.global_config, kSection, kCount);
+}
+
 bool has_text(const char *text) {
     return text && *text;
 }
@@ -65,6 +69,11 @@ void save_scene_list() {
     if (!module_state.global_config || !canvas) {
         return;
     }
+    // A host that fails before it has loaded its scenes unloads us with nothing but the default
+    // one.
+    if (!module_state.scene_list_restored && stored_count() != 0) {
+        return;
+    }
     const std::vector<std::string> names = canvas->scene_names();
     const std::string active = canvas->active_scene_name();
     config_set_uint(module_state.global_config, kSection, kCount, names.size());
@@ -89,7 +98,8 @@ void restore_scene_list() {
     if (!module_state.global_config || !canvas) {
         return;
     }
-    const uint64_t count = config_get_uint(module_state.global_config, kSection, kCount);
+    module_state.scene_list_restored = true;
+    const uint64_t count = stored_count();
     if (count == 0) {
         log_info("No saved scenes — keeping default Scene 1");
         return;

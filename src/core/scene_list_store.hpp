@@ -6,7 +6,7 @@
 
 namespace corvane {
 
-// Writes the list and saves the file.
+// Writes the list and saves the file; a stored list that has not been restored yet stays as it is.
 void save_scene_list();
 
 // The same, taking runtime_mutex itself.

@@ -44,6 +44,10 @@ TEST_F(SceneListTest, RestoresAndSaves) {
             "count=1\nactivescene=B\nscene_0_name=A\nscene_1_name=B\nscene_1_source=Mic\n",
             {"W set_active_scene — not found: B", "I Restored 1 scene(s), active: B"},
             {"count=1", "activescene=A", "scene_0_name=A", "scene_1_name=B", "scene_1_source=Mic"}},
+        {"blanks around names",
+            "count=1\nactivescene= A \nscene_0_name= A \nscene_0_source=  Far\t\n",
+            {"I Restored 1 scene(s), active:  A "},
+            {"activescene= A ", "scene_0_name= A ", "scene_0_source=  Far\t"}},
         {"an empty active name, a source that is gone",
             "count=1\nactivescene=\nscene_0_name=A\nscene_0_source=Gone\n",
             {"W assign_scene_source — OBS source not found: Gone",
@@ -59,6 +63,24 @@ TEST_F(SceneListTest, RestoresAndSaves) {
         EXPECT_THAT(log.take(), IsSupersetOf(c.log));
         unload();
         EXPECT_THAT(read_lines(global_file()), IsSupersetOf(c.saved));
+    }
+}
+
+// A host that ends, or switches the profile, before it has loaded its scenes must not cost the user
+// the list: the canvas then holds no more than its default.
+TEST_F(SceneListTest, IsNotOverwrittenUnread) {
+    const Lines list{"[Scenes]", "count=2", "activescene=B", "scene_0_name=A", "scene_1_name=B"};
+    for (const bool switch_profile : {false, true}) {
+        write_file(global_file(), list);
+        ASSERT_TRUE(load());
+        if (switch_profile) {
+            send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
+            EXPECT_TRUE(log.has("I Restored 2 scene(s), active: B"));
+        }
+        unload();
+        EXPECT_THAT(read_lines(global_file()), IsSupersetOf(list));
+        EXPECT_EQ(log.has("I Scene list saved"), switch_profile);
+        log.clear();
     }
 }
 
