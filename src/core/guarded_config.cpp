@@ -52,8 +52,28 @@ const char *objection_to(const fs::path &path) {
     if (!stream) {
         return "not readable";
     }
-    const std::string text{std::istreambuf_iterator(stream), {}};
-    return holds_settings(text) ? nullptr : "not settings";
+    return nullptr;
+}
+
+// A crash or a loss of power can leave a file of zeros.
+bool is_damaged(const fs::path &path) {
+    std::ifstream stream(path, std::ios::binary);
+    return !holds_settings({std::istreambuf_iterator(stream), {}});
+}
+
+// Gives the file a name that no other one has; false when the folder does not allow it.
+bool move_aside(const std::string &path) {
+    std::string aside = path + ".damaged";
+    std::error_code error;
+    for (int number = 2; fs::exists(fs::symlink_status(fs_path(aside), error)); ++number) {
+        aside = path + ".damaged-" + std::to_string(number);
+    }
+    fs::rename(fs_path(path), fs_path(aside), error);
+    if (error) {
+        return false;
+    }
+    log_warning("Damaged, moved aside: %s → %s", path.c_str(), aside.c_str());
+    return true;
 }
 
 // Whether about as much as the file will hold can still be written beside it. The config library
@@ -76,7 +96,11 @@ bool has_room_for(const std::string &path) {
 } // namespace
 
 bool open_guarded_config(config_t *&config, const std::string &path) {
-    if (const char *objection = objection_to(fs_path(path))) {
+    const char *objection = objection_to(fs_path(path));
+    if (!objection && is_damaged(fs_path(path)) && !move_aside(path)) {
+        objection = "damaged";
+    }
+    if (objection) {
         log_warning("Left alone, and nothing is saved there: %s is %s", path.c_str(), objection);
         return false;
     }

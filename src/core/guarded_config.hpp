@@ -9,8 +9,8 @@
 
 namespace corvane {
 
-// Opens the file, and makes it where there is none. What must not be opened is left as it is, with
-// one line of warning, and the result is false.
+// Opens the file, and makes it where there is none. A damaged file is moved aside, with one line of
+// warning. What else must not be opened is left as it is, also with one, and the result is false.
 bool open_guarded_config(config_t *&config, const std::string &path);
 
 // Saves an open file to its path. On false the file on the disk is as it was.

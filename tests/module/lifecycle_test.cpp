@@ -5,6 +5,9 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <fstream>
+#include <iterator>
+#include <map>
 
 namespace corvane::test {
 
@@ -104,17 +107,11 @@ TEST_F(LifecycleTest, LoadsWithWhatIsLeft) {
 // written over.
 TEST_F(LifecycleTest, LeavesAloneWhatIsNoSettingsFile) {
     const auto file = profile_file("P");
-    const auto write = [&](const std::string &content) {
-        return [&, content] {
-            write_file(file, content);
-        };
-    };
     for (const auto &[objection, put] : std::vector<std::pair<std::string, std::function<void()>>>{
              {"not a file", [&] { std::filesystem::create_directories(file); }},
              {"not a file", [&] { ASSERT_EQ(mkfifo(file.c_str(), 0600), 0); }},
-             {"too large", write("[VerticalCanvas]\n" + std::string(50 << 20, 'x'))},
-             {"not settings", write(std::string("[VerticalCanvas]\n\0\n", 19))},
-             {"not settings", write("\x89PNG")}}) {
+             {"too large",
+                 [&] { write_file(file, "[VerticalCanvas]\n" + std::string(50 << 20, 'x')); }}}) {
         SCOPED_TRACE(objection);
         use_profile("P", "");
         std::filesystem::remove(file);
@@ -129,6 +126,39 @@ TEST_F(LifecycleTest, LeavesAloneWhatIsNoSettingsFile) {
         unload();
         EXPECT_EQ(last_write_time(file), before);
         std::filesystem::remove_all(file);
+    }
+}
+
+// What a crash leaves must cost neither a later save nor itself: a damaged file is kept under a
+// name of its own, and a blank one or those of a save that was cut off are in nobody's way.
+TEST_F(LifecycleTest, BeginsAnewAfterACrash) {
+    const std::string file = profile_file("P").string();
+    const std::string zeros(4096, '\0');
+    const std::string cut("[VerticalCanvas]\n\0\n", 19);
+    std::map<std::string, std::string> kept;
+    for (const auto &[content, aside] : {std::pair{zeros, file + ".damaged"},
+             {cut, file + ".damaged-2"}, {"rtmpurl=x", file + ".damaged-3"}, {" \n\n", ""}}) {
+        SCOPED_TRACE(aside);
+        use_profile("P", content);
+        write_file(file + ".tmp", "x");
+        write_file(file + ".room", "x");
+        EXPECT_TRUE(load());
+        Lines warnings;
+        if (!aside.empty()) {
+            kept[aside] = content;
+            warnings.push_back("W Damaged, moved aside: " + file + " → " + aside);
+        }
+        EXPECT_EQ(log.matching("W "), warnings);
+        unload();
+        EXPECT_THAT(read_lines(file), Contains("canvaswidth=1080"));
+        std::map<std::string, std::string> found;
+        for (const auto &entry : std::filesystem::directory_iterator(profile_dir)) {
+            std::ifstream stream(entry.path(), std::ios::binary);
+            found[entry.path()] = {std::istreambuf_iterator(stream), {}};
+        }
+        found.erase(file);
+        EXPECT_EQ(found, kept);
+        log.clear();
     }
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// A profile's settings file of any bytes: it is read or refused, what was read survives a save
-// byte for byte, and a file that is refused stays as it was.
+// A profile's settings file of any bytes: it is read or moved aside as it is, and what was read
+// survives a save byte for byte.
 #include "check.hpp"
 #include "host_stand_in.hpp"
 
@@ -39,7 +39,12 @@ void check_url() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string content(reinterpret_cast<const char *>(data), size);
     const std::string file = HostStandIn::get().write("corvane-vertical-canvas.ini", content);
+    const std::string aside = file + ".damaged";
+    std::filesystem::remove(aside);
     load_profile_config();
+    check(module_state.profile_config, "there is a file to save to");
+    check(!std::filesystem::exists(aside) || HostStandIn::read(aside) == content,
+        "a damaged file is kept as it was");
     const auto values = all_values();
     check_url();
     check(!create_runtime_from_current_profile(), "no canvas without the host's video");
@@ -48,12 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     module_state.output = &output;
     save_profile_config();
     module_state.output = nullptr;
-    if (module_state.profile_config) {
-        load_profile_config();
-        check(all_values() == values, "a save keeps every value");
-    } else {
-        check(HostStandIn::read(file) == content, "a refused file stays as it was");
-    }
+    load_profile_config();
+    check(all_values() == values, "a save keeps every value");
     close_config_files();
     return 0;
 }
