@@ -42,32 +42,44 @@ void VerticalCanvas::follow_host_sources_no_more() {
 // can deadlock with rendering. libobs's thread for destructions holds nothing, and the host waits
 // for it before it looks whether all sources are gone.
 void VerticalCanvas::on_host_sources_changed(void *canvas, calldata_t *) {
-    const auto run = [](void *task) {
-        const std::unique_ptr<std::shared_ptr<Link>> link(
-            static_cast<std::shared_ptr<Link> *>(task));
-        const std::scoped_lock lock((*link)->mutex);
-        if ((*link)->canvas) {
-            (*link)->canvas->follow_host_sources();
-        }
-    };
     auto *link = new std::shared_ptr<Link>(static_cast<VerticalCanvas *>(canvas)->link_);
-    obs_queue_task(OBS_TASK_DESTROY, run, link, false);
+    // On that thread itself a task runs at once, inside what emits the signal; that can be a
+    // handler called by follow_host_sources(). The host waits for the graphics thread's tasks, too.
+    if (obs_in_task_thread(OBS_TASK_DESTROY)) {
+        obs_queue_task(OBS_TASK_GRAPHICS, queue_follow_task, link, false);
+    } else {
+        queue_follow_task(link);
+    }
+}
+
+void VerticalCanvas::queue_follow_task(void *link) {
+    obs_queue_task(OBS_TASK_DESTROY, follow_task, link, false);
+}
+
+void VerticalCanvas::follow_task(void *owned_link) {
+    const std::unique_ptr<std::shared_ptr<Link>> link(
+        static_cast<std::shared_ptr<Link> *>(owned_link));
+    const std::scoped_lock lock((*link)->mutex);
+    if ((*link)->canvas) {
+        (*link)->canvas->follow_host_sources();
+    }
 }
 
 void VerticalCanvas::follow_host_sources() {
     const std::scoped_lock lock(mutex_);
     for (VerticalScene &entry : scenes_) {
         if (!entry.source) {
+            // The picture of the last assignment may still be there.
+            remove_items(entry, obs_source_removed);
             take_awaited_source(entry);
         } else if (obs_source_removed(entry.source)) {
+            release_source(entry);
+            place_source(entry, nullptr);
             // The name stays, for a source that may come again.
             log_info("Scene '%s': source '%s' was removed from the host", entry.name.c_str(),
                 entry.source_name.c_str());
-            release_source(entry);
-            place_source(entry, nullptr);
-        } else if (const char *name = obs_source_get_name(entry.source);
-            entry.source_name != name) {
-            entry.source_name = name;
+        } else if (std::string name = current_source_name(entry); entry.source_name != name) {
+            entry.source_name = std::move(name);
             ++source_renames_;
         }
     }

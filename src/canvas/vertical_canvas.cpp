@@ -227,6 +227,7 @@ void VerticalCanvas::release_source(VerticalScene &entry) {
     if (!source) {
         return;
     }
+    entry.source_name = obs_source_get_name(source);
     remove_marker(source);
     obs_source_dec_showing(source);
 

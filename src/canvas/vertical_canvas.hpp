@@ -19,7 +19,8 @@ namespace corvane {
 // shows one ordinary host source.
 struct VerticalScene {
     std::string name;
-    // Kept even while the host has no source of that name; empty for none.
+    // Kept even while the host has no source of that name; empty for none. Of a source that is
+    // held, the host may have changed the name since: ask current_source_name().
     std::string source_name;
     OBSSceneAutoRelease scene;
     // Holds one "showing" count besides the reference.
@@ -113,6 +114,8 @@ private:
     const VerticalScene *active_scene() const;
     void activate(int32_t index);
     void place_source(const VerticalScene &entry, obs_source_t *source) const;
+    static void remove_items(const VerticalScene &entry, bool (*chosen)(const obs_source_t *));
+    static std::string current_source_name(const VerticalScene &entry);
     void take_source(VerticalScene &entry, OBSSourceAutoRelease source);
     void release_source(VerticalScene &entry);
     void publish_active_source();
@@ -120,6 +123,8 @@ private:
     // Without mutex_.
     struct Link;
     static void on_host_sources_changed(void *canvas, calldata_t *);
+    static void queue_follow_task(void *link);
+    static void follow_task(void *owned_link);
     void follow_host_sources_from_now();
     void follow_host_sources_no_more();
     void follow_host_sources();

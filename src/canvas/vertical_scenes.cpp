@@ -152,7 +152,11 @@ std::string VerticalCanvas::active_scene_name() const {
 std::string VerticalCanvas::scene_source_name(const std::string &scene_name) const {
     const std::scoped_lock lock(mutex_);
     const int32_t index = find_scene(scene_name);
-    return index == kNoScene ? std::string() : scenes_[index].source_name;
+    return index == kNoScene ? std::string() : current_source_name(scenes_[index]);
+}
+
+std::string VerticalCanvas::current_source_name(const VerticalScene &entry) {
+    return entry.source ? obs_source_get_name(entry.source) : entry.source_name;
 }
 
 // Who goes through all scenes asks for them in their order: the one after the last found is looked
@@ -181,22 +185,33 @@ void VerticalCanvas::activate(int32_t index) {
     publish_active_source();
 }
 
+// Takes the items of the chosen sources off the private scene.
+void VerticalCanvas::remove_items(
+    const VerticalScene &entry, bool (*chosen)(const obs_source_t *)) {
+    // An item must not be destroyed under the scene's locks, which the enumeration holds: its
+    // texture needs the graphics lock, and rendering takes that one first.
+    struct Removal {
+        bool (*chosen)(const obs_source_t *);
+        std::vector<OBSSceneItem> items;
+    } removal{.chosen = chosen, .items = {}};
+    const auto remove = [](obs_scene_t *, obs_sceneitem_t *item, void *data) {
+        auto *removal = static_cast<Removal *>(data);
+        if (removal->chosen(obs_sceneitem_get_source(item))) {
+            removal->items.emplace_back(item);
+            obs_sceneitem_remove(item);
+        }
+        return true;
+    };
+    obs_scene_enum_items(entry.scene, remove, &removal);
+}
+
 // Replaces all that the private scene shows by the source, or by nothing. The placement is
 // computed from the source's present size and not followed up when that changes.
 void VerticalCanvas::place_source(const VerticalScene &entry, obs_source_t *source) const {
     if (!entry.scene) {
         return;
     }
-    // An item must not be destroyed under the scene's locks, which the enumeration holds: its
-    // texture needs the graphics lock, and rendering takes that one first.
-    std::vector<OBSSceneItem> removed;
-    const auto remove = [](obs_scene_t *, obs_sceneitem_t *item, void *removed_items) {
-        static_cast<std::vector<OBSSceneItem> *>(removed_items)->emplace_back(item);
-        obs_sceneitem_remove(item);
-        return true;
-    };
-    obs_scene_enum_items(entry.scene, remove, &removed);
-    removed.clear();
+    remove_items(entry, [](const obs_source_t *) { return true; });
     if (!source) {
         return;
     }
