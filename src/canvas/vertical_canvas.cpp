@@ -31,13 +31,21 @@ void remove_marker(obs_source_t *source) {
 
 constexpr uint32_t kLongestSide = 16384; // of a texture, with common drivers
 
+// Whether libobs converts to the format by one texture of two planes; all others can be odd.
+bool needs_even_size(const obs_video_info &host) {
+    obs_enter_graphics();
+    const bool two_planes = host.gpu_conversion &&
+                            ((host.output_format == VIDEO_FORMAT_NV12 && gs_nv12_available()) ||
+                                (host.output_format == VIDEO_FORMAT_P010 && gs_p010_available()));
+    obs_leave_graphics();
+    return two_planes;
+}
+
 // libobs refuses other sizes too, but leaves a thread behind that holds up the host's end; where
 // memory is short for them it ends the process.
-bool size_is_possible(uint32_t width, uint32_t height, video_format format) {
-    const bool whole_colour =
-        format == VIDEO_FORMAT_I444 || format == VIDEO_FORMAT_RGBA || format == VIDEO_FORMAT_BGRA;
-    return std::max(width, height) <= kLongestSide &&
-           (whole_colour || (width % 2 == 0 && height % 2 == 0));
+bool size_is_possible(uint32_t width, uint32_t height, const obs_video_info &host) {
+    const bool odd = width % 2 != 0 || height % 2 != 0;
+    return std::max(width, height) <= kLongestSide && !(odd && needs_even_size(host));
 }
 
 } // namespace
@@ -97,9 +105,10 @@ bool VerticalCanvas::init_locked() {
 // Puts the view into the video pipeline with the host's formats and the canvas's own size and
 // rate. Base and output size are equal so that nothing is rescaled.
 bool VerticalCanvas::add_view(const obs_video_info &host) {
-    if (!size_is_possible(width(), height(), host.output_format)) {
-        log_error("Canvas size %ux%u is not possible: at most %ux%u, and even numbers", width(),
-            height(), kLongestSide, kLongestSide);
+    if (!size_is_possible(width(), height(), host)) {
+        log_error("Canvas size %ux%u is not possible: at most %ux%u, and even numbers with the "
+                  "host's colour formats NV12 and P010",
+            width(), height(), kLongestSide, kLongestSide);
         return false;
     }
     video_info_ = host;

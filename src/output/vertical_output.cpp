@@ -57,6 +57,11 @@ bool VerticalOutput::start() {
                   "Corvane Vertical Streaming Settings.");
         return false;
     }
+    // No encoder could start, and each would be blamed.
+    if (!canvas_->video()) {
+        log_error("Vertical output start failed: the vertical canvas has no video. Restart OBS.");
+        return false;
+    }
     return start_with_fallback();
 }
 

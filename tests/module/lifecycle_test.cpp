@@ -185,7 +185,7 @@ TEST_F(LifecycleTest, KeepsTheFilesOnAFullDisk) {
 // and the unload that may follow harmless; nor may the attempt hang or end the host.
 TEST_F(LifecycleTest, RefusesToLoadWithoutCanvas) {
     for (const char *keys : {"fpsden=0", "fpsnum=0", "canvaswidth=0", "canvaswidth=71",
-             "canvasheight=65535", "canvaswidth=-2\ncanvasheight=-2"}) {
+             "canvasheight=127", "canvasheight=65535", "canvaswidth=-2\ncanvasheight=-2"}) {
         SCOPED_TRACE(keys);
         use_profile("P", std::string("[VerticalCanvas]\n") + keys + "\n");
         EXPECT_FALSE(load());

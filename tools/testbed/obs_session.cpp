@@ -68,14 +68,15 @@ const std::filesystem::path &ObsSession::config_dir() {
     return session_config_dir;
 }
 
-bool ObsSession::reset_video(uint32_t width, uint32_t height, uint32_t fps) {
+bool ObsSession::reset_video(
+    uint32_t width, uint32_t height, uint32_t fps, video_format output_format) {
     obs_video_info info{};
     info.graphics_module = "libobs-opengl";
     info.fps_num = fps;
     info.fps_den = 1;
     info.base_width = info.output_width = width;
     info.base_height = info.output_height = height;
-    info.output_format = VIDEO_FORMAT_NV12;
+    info.output_format = output_format;
     info.gpu_conversion = true;
     info.colorspace = VIDEO_CS_709;
     info.range = VIDEO_RANGE_PARTIAL;

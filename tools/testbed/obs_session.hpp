@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <media-io/video-io.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -34,7 +36,8 @@ public:
     static const std::filesystem::path &config_dir();
 
     // What the host does when the user changes its video settings.
-    static bool reset_video(uint32_t width, uint32_t height, uint32_t fps);
+    static bool reset_video(uint32_t width, uint32_t height, uint32_t fps,
+        video_format output_format = VIDEO_FORMAT_NV12);
 };
 
 } // namespace corvane::test
