@@ -48,8 +48,22 @@ constexpr SpinRange kPixels{.least = 16, .most = 7680, .step = 2, .suffix = " px
 constexpr SpinRange kFpsNum{.least = 1, .most = 240};
 constexpr SpinRange kFpsDen{.least = 1, .most = 1000};
 
+int even_below(int value) {
+    return value - value % 2;
+}
+
+// In the host's usual colour format a canvas with an odd side cannot be made. An odd number typed
+// becomes the even one below.
+class EvenSpinBox : public QSpinBox {
+protected:
+    int valueFromText(const QString &text) const override {
+        return even_below(QSpinBox::valueFromText(text));
+    }
+};
+
+template <typename Box = QSpinBox>
 QSpinBox *make_spin(const SpinRange &range, const char *object_name, const char *label) {
-    auto *spin = new QSpinBox;
+    auto *spin = new Box;
     spin->setRange(range.least, range.most);
     spin->setSingleStep(range.step);
     spin->setSuffix(QString::fromUtf8(range.suffix));
@@ -149,8 +163,8 @@ QGroupBox *SettingsDialog::build_encoding_group() {
 QGroupBox *SettingsDialog::build_canvas_group() {
     auto *group = new QGroupBox(QStringLiteral("Canvas"));
     QFormLayout *form = add_form(group);
-    widthSpin = make_spin(kPixels, "widthSpin", "Canvas width");
-    heightSpin = make_spin(kPixels, "heightSpin", "Canvas height");
+    widthSpin = make_spin<EvenSpinBox>(kPixels, "widthSpin", "Canvas width");
+    heightSpin = make_spin<EvenSpinBox>(kPixels, "heightSpin", "Canvas height");
     form->addRow(QStringLiteral("Width:"), widthSpin);
     form->addRow(QStringLiteral("Height:"), heightSpin);
 
@@ -181,13 +195,14 @@ QGroupBox *SettingsDialog::build_behaviour_group() {
     return group;
 }
 
-// A stored number outside a box's range shows, and is saved back, as the nearest one inside.
+// A stored number outside a box's range shows, and is saved back, as the nearest one inside, an odd
+// size as the even one below.
 void SettingsDialog::load() {
     urlEdit->setText(QString::fromUtf8(settings::rtmpurl.get()));
     keyEdit->setText(QString::fromUtf8(settings::streamkey.get()));
     bitrateSpin->setValue(shown(settings::videobitrate.get()));
-    widthSpin->setValue(shown(settings::canvaswidth.get()));
-    heightSpin->setValue(shown(settings::canvasheight.get()));
+    widthSpin->setValue(even_below(shown(settings::canvaswidth.get())));
+    heightSpin->setValue(even_below(shown(settings::canvasheight.get())));
     fpsNumSpin->setValue(shown(settings::fpsnum.get()));
     fpsDenSpin->setValue(shown(settings::fpsden.get()));
     autoStartCheck->setChecked(settings::autostartwithmain.get());

@@ -3,6 +3,8 @@
 #include "ui/scene_config_dialog.hpp"
 #include "ui/settings_dialog.hpp"
 
+#include <QSpinBox>
+
 namespace corvane::test {
 
 namespace {
@@ -12,7 +14,8 @@ namespace {
 TEST(Dialogs, SettingsAreStoredAsShown) {
     const QTemporaryDir profile;
     StandInFrontend::get().profile_dir = profile.path().toStdString();
-    const auto type = [](QWidget &dialog) {
+    std::string width;
+    const auto type = [&](QWidget &dialog) {
         auto &key = child<QLineEdit>(dialog, "keyEdit");
         for (const char *button : {"Show", "Hide"}) {
             EXPECT_EQ(key.displayText() == key.text(), *button == 'H');
@@ -20,22 +23,45 @@ TEST(Dialogs, SettingsAreStoredAsShown) {
         }
         type_over(key, QStringLiteral("k\\n\"🎬\" "));
         type_over(child<QLineEdit>(dialog, "urlEdit"), QStringLiteral(" rtmp://矢/a?b=c&d "));
+        if (!width.empty()) {
+            type_over(child<QLineEdit>(child<QSpinBox>(dialog, "widthSpin")),
+                QString::fromStdString(width));
+        }
     };
-    const Lines before{"[VerticalCanvas]", "rtmpurl=x", "streamkey=s", "videobitrate=100",
-        "canvaswidth=8000", "canvasheight=17", "fpsnum=0", "fpsden=4294967295",
-        "autostartwithmain=false", "useactivesceneaudio=true", "encoderpreset=Medium"};
-    const Lines stored{"[VerticalCanvas]", "rtmpurl= rtmp://矢/a?b=c&d ", "streamkey=k\\\\n\"🎬\" ",
-        "videobitrate=500", "canvaswidth=7680", "canvasheight=17", "fpsnum=1", "fpsden=1000",
-        "autostartwithmain=false", "useactivesceneaudio=true", "encoderpreset=veryfast"};
-    for (const auto &[answers, after] :
-        {std::pair{"=>Save", stored}, {"=>Cancel", before}, {"  =>Save|=>OK|=>Cancel", before}}) {
-        write_file(profile_config_path(), before);
+    const auto file = [](const char *texts, const char *numbers, const char *preset) {
+        return "[VerticalCanvas]\n" + std::string(texts) + numbers +
+               "autostartwithmain=false\nuseactivesceneaudio=true\nencoderpreset=" + preset + '\n';
+    };
+    const auto before = [&](const char *numbers) {
+        return file("rtmpurl=x\nstreamkey=s\n", numbers, "Medium");
+    };
+    const auto stored = [&](const char *numbers) {
+        return file("rtmpurl= rtmp://矢/a?b=c&d \nstreamkey=k\\\\n\"🎬\" \n", numbers, "veryfast");
+    };
+    const std::string low = before("videobitrate=100\ncanvaswidth=8000\ncanvasheight=17\n"
+                                   "fpsnum=0\nfpsden=4294967295\n");
+    for (const auto &[answers, typed, first, after] : std::vector<std::array<std::string, 4>>{
+             {"=>Save", "", low,
+                 stored("videobitrate=500\ncanvaswidth=7680\ncanvasheight=16\nfpsnum=1\n"
+                        "fpsden=1000\n")},
+             {"=>Save", "361",
+                 before("videobitrate=51001\ncanvaswidth=1\ncanvasheight=7682\nfpsnum=241\n"
+                        "fpsden=0\n"),
+                 stored("videobitrate=51000\ncanvaswidth=360\ncanvasheight=7680\nfpsnum=240\n"
+                        "fpsden=1\n")},
+             {"=>Cancel", "", low, low}, {"  =>Save|=>OK|=>Cancel", "", low, low}}) {
+        width = typed;
+        write_file(profile_config_path(), first);
         load_profile_config();
         const std::string shown = answering(answers, [] { open_settings_dialog(); }, type);
         EXPECT_EQ(
-            shown.find("/Validation|RTMP URL cannot be empty./") > shown.size(), *answers == '=');
+            shown.find("/Validation|RTMP URL cannot be empty./") > shown.size(), answers[0] == '=');
         save_profile_file();
-        EXPECT_EQ(read_lines(profile_config_path()), after);
+        std::string content;
+        for (const std::string &line : read_lines(profile_config_path())) {
+            content += line + '\n';
+        }
+        EXPECT_EQ(content, after);
     }
     close_config_files();
 }
