@@ -64,6 +64,19 @@ TEST_F(DockRig, KeepsNamesByteForByte) {
     EXPECT_EQ(seen(dock), "No active scene|+ ASta|Stopped");
 }
 
+// A scene that the host renames must be shown and saved under its new name without an edit.
+TEST_F(DockRig, FollowsARename) {
+    const HostScene main("Main");
+    ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Main"));
+    obs_source_set_name(main.source(), "Stage");
+    EXPECT_TRUE(wait_until([&] {
+        return seen(dock).find("► Scene 1 [Stage]") != std::string::npos;
+    })) << seen(dock);
+    close_runtime();
+    open_runtime();
+    EXPECT_EQ(canvas->scene_source_name("Scene 1"), "Stage");
+}
+
 // A dialog outlives the canvas when the profile changes below it; its answer must do nothing.
 TEST_F(DockRig, LosesTheCanvasBelowADialog) {
     for (const auto &[button, answer] : {std::pair{"removeButton", "=>Yes"}, {"addButton", "Z=>OK"},

@@ -48,6 +48,7 @@ TEST_F(DockInWindowTest, ComesBackWhereItWas) {
 
 // Between two profiles and after a failed change the dock must hold on to nothing; the user must be
 // told of it once the handler has returned, and events be answered; a good profile mends it all.
+// What the old profile's settings dialog shows must not be saved into the new one.
 TEST_F(DockInWindowTest, FollowsTheProfile) {
     write_file(global_file(), "[Scenes]\ncount=2\nactivescene=B\nscene_0_name=A\nscene_1_name=B");
     ASSERT_TRUE(load());
@@ -88,6 +89,20 @@ TEST_F(DockInWindowTest, FollowsTheProfile) {
     const auto &[text, open] = StandInFrontend::get().tools_menu.back();
     EXPECT_EQ(text, "Corvane Vertical Streaming Settings");
     EXPECT_EQ(answering("=>Cancel", open), "Vertical Canvas — Settings|");
+    const auto switch_profile = [&](QWidget &dialog) {
+        use_profile("other", "[VerticalCanvas]\nrtmpurl=rtmp://other/app\n");
+        send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
+        EXPECT_FALSE(dialog.isVisible());
+    };
+    EXPECT_EQ(answering("", open, switch_profile), "Vertical Canvas — Settings|");
+
+    // A scene that was only chosen is active in the next profile, too.
+    auto &list = child<QListWidget>(window, "sceneList");
+    click_row(list, 0);
+    send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
+    EXPECT_EQ(seen(window), "Scene: A|► A*@| B|+ A- RRenAssSta|Stopped");
+    EXPECT_THAT(read_lines(global_file()), testing::Contains("activescene=A"));
+    EXPECT_THAT(read_lines(profile_file("other")), testing::Contains("rtmpurl=rtmp://other/app"));
 }
 
 } // namespace
