@@ -48,11 +48,7 @@ const char *objection_to(const fs::path &path) {
     if (fs::file_size(path, error) > kLargestFile) {
         return "too large";
     }
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) {
-        return "not readable";
-    }
-    return nullptr;
+    return std::ifstream(path, std::ios::binary) ? nullptr : "not readable";
 }
 
 // A crash or a loss of power can leave a file of zeros.

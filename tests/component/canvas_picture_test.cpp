@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "canvas/vertical_canvas.hpp"
 
+#include "output/vertical_output.hpp"
 #include "testbed/frame_reader.hpp"
 #include "testbed/host_scene.hpp"
+#include "testbed/log_capture.hpp"
 #include "testbed/wait.hpp"
 
 #include <obs.hpp>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,6 +17,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace corvane::test {
@@ -92,6 +97,42 @@ TEST(CanvasPicture, ShowsTheCentreThirdAlsoAfterVideoResets) {
     }
     canvas.shutdown();
     EXPECT_TRUE(ObsSession::reset_video(kHostWidth, kHostHeight, kHostFps)) << "after a shutdown";
+}
+
+// A size that libobs can do must not be refused, and one that it cannot must be before it is asked.
+// A canvas that a new format of the host's leaves without video must say so itself, in place of all
+// the encoders.
+TEST(CanvasPicture, SizesByTheHostsFormat) {
+    LogCapture &log = LogCapture::get();
+    const auto reset = [](video_format format) {
+        return ObsSession::reset_video(kHostWidth, kHostHeight, kHostFps, format);
+    };
+    for (const auto &[format, odd_is_possible] : {std::pair{VIDEO_FORMAT_NV12, false},
+             {VIDEO_FORMAT_P010, false}, {VIDEO_FORMAT_I420, true}, {VIDEO_FORMAT_I010, true},
+             {VIDEO_FORMAT_P216, true}, {VIDEO_FORMAT_I444, true}, {VIDEO_FORMAT_BGRA, true}}) {
+        ASSERT_TRUE(reset(format));
+        for (const auto &[width, height, possible] :
+            {std::tuple{72, 128, true}, {71, 128, odd_is_possible}, {72, 127, odd_is_possible},
+                {16386, 128, false}, {72, 16386, false}}) {
+            SCOPED_TRACE(testing::Message() << format << ": " << width << "x" << height);
+            VerticalCanvas sized(
+                {.width = static_cast<uint32_t>(width), .height = static_cast<uint32_t>(height)});
+            log.clear();
+            EXPECT_EQ(sized.init(), possible);
+            EXPECT_EQ(log.has("is not possible"), !possible);
+        }
+    }
+    VerticalCanvas odd({.width = 71, .height = 128, .fps_num = kHostFps});
+    VerticalOutput output(&odd, {.url = "rtmp://127.0.0.1:1/live", .key = "k"});
+    ASSERT_TRUE(odd.init() && output.init());
+    ASSERT_TRUE(reset(VIDEO_FORMAT_NV12));
+    EXPECT_EQ(odd.video(), nullptr);
+    log.clear();
+    EXPECT_FALSE(output.start());
+    EXPECT_THAT(
+        log.take(), testing::ElementsAre(
+                        "E Vertical output start failed: the vertical canvas has no video. Restart "
+                        "OBS."));
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "canvas/vertical_canvas.hpp"
 
-#include "output/vertical_output.hpp"
 #include "testbed/host_objects.hpp"
 #include "testbed/host_scene.hpp"
 #include "testbed/log_capture.hpp"
@@ -14,8 +13,6 @@
 
 #include <functional>
 #include <string>
-#include <tuple>
-#include <utility>
 #include <vector>
 
 namespace corvane::test {
@@ -88,44 +85,6 @@ TEST_F(CanvasTest, OddFormats) {
     VerticalCanvas faster(config);
     EXPECT_TRUE(faster.init());
     EXPECT_THAT(host_log().matching("60/1"), Contains(StartsWith("W ")));
-}
-
-// A size that libobs can do must not be refused, and one that it cannot must be before it is asked.
-// A canvas that a new format of the host's leaves without video must say so itself, in place of all
-// the encoders.
-TEST_F(CanvasTest, SizesByTheHostsFormat) {
-    const auto reset = [](video_format format) {
-        return ObsSession::reset_video(kHostWidth, kHostHeight, kHostFps, format);
-    };
-    for (const auto &[format, odd_is_possible] : {std::pair{VIDEO_FORMAT_NV12, false},
-             {VIDEO_FORMAT_P010, false}, {VIDEO_FORMAT_I420, true}, {VIDEO_FORMAT_I010, true},
-             {VIDEO_FORMAT_P216, true}, {VIDEO_FORMAT_I444, true}, {VIDEO_FORMAT_BGRA, true}}) {
-        ASSERT_TRUE(reset(format));
-        for (const auto &[width, height, possible] :
-            {std::tuple{72, 128, true}, {71, 128, odd_is_possible}, {72, 127, odd_is_possible},
-                {16386, 128, false}, {72, 16386, false}}) {
-            SCOPED_TRACE(testing::Message() << format << ": " << width << "x" << height);
-            CanvasConfig config = kSmallCanvas;
-            config.width = width;
-            config.height = height;
-            VerticalCanvas sized(config);
-            host_log().clear();
-            EXPECT_EQ(sized.init(), possible);
-            EXPECT_EQ(host_log().has("is not possible"), !possible);
-        }
-    }
-    CanvasConfig config = kSmallCanvas;
-    config.width = 71;
-    VerticalCanvas odd(config);
-    VerticalOutput output(&odd, {.url = "rtmp://127.0.0.1:1/live", .key = "k"});
-    ASSERT_TRUE(odd.init() && output.init());
-    ASSERT_TRUE(reset(VIDEO_FORMAT_NV12));
-    EXPECT_EQ(odd.video(), nullptr);
-    host_log().clear();
-    EXPECT_FALSE(output.start());
-    EXPECT_THAT(host_log().take(),
-        ElementsAre("E Vertical output start failed: the vertical canvas has no video. Restart "
-                    "OBS."));
 }
 
 // Each operation on the list, with what it returns, says and leaves.

@@ -88,7 +88,7 @@ TEST(HostSourceChanges, are_followed_when_made_by_a_handler) {
             made = obs_source_create("color_source", "Made", nullptr, nullptr);
         }
     };
-    OBSSignal marked(obs_source_get_signal_handler(source), "audio_mixers", make, &made);
+    const OBSSignal marked(obs_source_get_signal_handler(source), "audio_mixers", make, &made);
     obs_source_set_name(source, "Awaited");
     ASSERT_TRUE(wait_until([&] { return made.load() != nullptr; })) << "it waits for itself";
     const OBSSourceAutoRelease owned = made.load();

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <format>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -146,7 +147,7 @@ TEST_F(LifecycleTest, BeginsAnewAfterACrash) {
         Lines warnings;
         if (!aside.empty()) {
             kept[aside] = content;
-            warnings.push_back("W Damaged, moved aside: " + file + " → " + aside);
+            warnings.push_back(std::format("W Damaged, moved aside: {} → {}", file, aside));
         }
         EXPECT_EQ(log.matching("W "), warnings);
         unload();
