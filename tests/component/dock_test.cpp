@@ -94,7 +94,7 @@ TEST_F(DockRig, LosesTheCanvasBelowADialog) {
 TEST_F(DockRig, FollowsTheStream) {
     const LocalSink sink;
     click("startButton");
-    EXPECT_EQ(log.take().back(), "W [corvane] Dock: failed to start vertical output");
+    EXPECT_EQ(log.take_last(), "W [corvane] Dock: failed to start vertical output");
     output->update_config({.url = sink.url(), .key = "k", .bitrate_kbps = 300});
     click("startButton");
     const std::string scenes = "Scene: Scene 1|► Scene 1*@|+ A- RRenAss";

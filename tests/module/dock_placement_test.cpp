@@ -37,7 +37,7 @@ TEST_F(DockInWindowTest, ComesBackWhereItWas) {
         const std::string visible = dock.isVisible() ? "true" : "false";
         const std::string geometry = dock.saveGeometry().toBase64().toStdString();
         send(OBS_FRONTEND_EVENT_EXIT);
-        EXPECT_EQ(log.take().back(), "I Dock state saved (" + state + ")") << file;
+        EXPECT_EQ(log.take_last(), "I Dock state saved (" + state + ")") << file;
         unload();
         delete &dock;
         EXPECT_THAT(read_lines(global_file()),
@@ -73,7 +73,7 @@ TEST_F(DockInWindowTest, FollowsTheProfile) {
                           send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
                           returned = true;
                           EXPECT_EQ(seen(window), good ? shown : dead) << ini;
-                          EXPECT_EQ(log.take().back() ==
+                          EXPECT_EQ(log.take_last() ==
                                         "E Failed to rebuild vertical runtime after profile change",
                               !good);
                           send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
@@ -86,6 +86,7 @@ TEST_F(DockInWindowTest, FollowsTheProfile) {
     }
     log.at_each_line({});
     EXPECT_EQ(between, dead);
+    ASSERT_FALSE(StandInFrontend::get().tools_menu.empty());
     const auto &[text, open] = StandInFrontend::get().tools_menu.back();
     EXPECT_EQ(text, "Corvane Vertical Streaming Settings");
     EXPECT_EQ(answering("=>Cancel", open), "Vertical Canvas — Settings|");

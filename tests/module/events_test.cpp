@@ -34,7 +34,7 @@ TEST_F(EventsTest, FollowsTheMainStream) {
 
     send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
     EXPECT_TRUE(went_live());
-    EXPECT_THAT(log.take().front(), "I Main stream starting — auto-starting vertical output");
+    EXPECT_EQ(log.take_first(), "I Main stream starting — auto-starting vertical output");
     send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
     EXPECT_THAT(log.take(), ElementsAre());
     send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);

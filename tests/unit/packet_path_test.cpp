@@ -58,6 +58,7 @@ TEST(MpegTsPath, converts_length_prefixed_units) {
     PathRig path(true, avcc);
     path.video({0, 0, 0, 3, 0x65, 0x88, 0x84}, 60, 60, true);
     const Queued first = path.next();
+    ASSERT_GE(first.payload.size(), 10U);
     EXPECT_EQ(
         Buffer(first.payload.begin(), first.payload.begin() + 10), aud + Buffer({0, 0, 0, 1}));
     EXPECT_TRUE(has_idr(first.payload));

@@ -72,6 +72,16 @@ Lines LogCapture::take() {
     return std::exchange(module_lines_, {});
 }
 
+std::string LogCapture::take_first() {
+    const Lines lines = take();
+    return lines.empty() ? std::string() : lines.front();
+}
+
+std::string LogCapture::take_last() {
+    const Lines lines = take();
+    return lines.empty() ? std::string() : lines.back();
+}
+
 Lines LogCapture::matching(std::string_view text) const {
     const std::scoped_lock lock(mutex_);
     Lines found;

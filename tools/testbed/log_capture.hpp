@@ -28,6 +28,9 @@ public:
     // The module's lines since the last take() or clear().
     Lines take();
     void clear() { take(); }
+    // The first or the last of them, which all are taken; empty without any.
+    std::string take_first();
+    std::string take_last();
 
     // Those of them that contain the text; they stay.
     Lines matching(std::string_view text) const;
