@@ -20,7 +20,7 @@ from pathlib import Path
 from PIL import Image
 
 from livehost.checks import Format, cover_faults, entry_faults, stream_faults
-from livehost.folder import HostFolder, Profile, Source, built_module, driver_beside
+from livehost.folder import HostFolder, Profile, Source, built_module
 from livehost.hands import RIGHT, SETTINGS_ITEM, Hands
 from livehost.host import FrameCount, HostError, LiveHost
 from livehost.received import Received
@@ -181,9 +181,7 @@ def demonstrate(protocol: str, arguments: argparse.Namespace, root: Path, scenes
         target = Target(srt.url, follows_main=False) if srt else Target(rtmp.url, "vertical")
         folder.add_profile(Profile("demo", rtmp.url, "main"))
         folder.add_collection("demo", scenes)
-        module = built_module()
-        for installed in (module, driver_beside(module)):
-            folder.install_module(installed)
+        folder.install_module(built_module())
         try:
             run_host(run, folder, screen, target, arguments.seconds, out / "host.png")
             rtmp.wait_idle()

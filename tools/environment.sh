@@ -28,7 +28,7 @@ machine_is_enough() {
   pkg-config --atleast-version=32 libobs obs-frontend-api 2>/dev/null &&
     pkg-config --atleast-version=62 libavformat 2>/dev/null &&
     pkg-config --exists Qt6Widgets gtest 2>/dev/null &&
-    python3 -c 'import websocket, numpy, PIL, matplotlib' 2>/dev/null
+    python3 -c 'import numpy, PIL, matplotlib' 2>/dev/null
 }
 
 as_root() {

@@ -18,10 +18,8 @@ from collections.abc import Callable
 from contextlib import suppress
 from pathlib import Path
 
-import websocket
-
 from livehost import remote, waiting
-from livehost.folder import HostFolder, Profile, Source, built_module, driver_beside
+from livehost.folder import HostFolder, Profile, Source, built_module
 from livehost.hands import Hands
 from livehost.host import FrameCount, LiveHost
 from livehost.received import Received
@@ -156,8 +154,7 @@ def measure_pauses(bench: Bench, seconds: float, rounds: int) -> None:
         for server, url in servers.items():
             found: list[list[int]] = [[], [], [], []]
             host = bench.host(bench.still, rtmpurl=url, canvaswidth=216, canvasheight=384)
-            host.folder.install_module(driver_beside(built_module()))
-            with suppress(websocket.WebSocketTimeoutException), host:
+            with suppress(TimeoutError), host:
                 hands = Hands(host)
                 for _ in range(rounds):
                     found[0].append(pause(hands, nothing, seconds))

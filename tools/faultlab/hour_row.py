@@ -6,7 +6,7 @@ from dataclasses import asdict, replace
 from pathlib import Path
 from typing import Any
 
-from livehost.folder import HostFolder, Profile, built_module, driver_beside
+from livehost.folder import HostFolder, Profile, built_module
 from livehost.hands import Hands
 from livehost.host import FrameCount, LiveHost
 from livehost.scene import clip_source, make_clip
@@ -80,8 +80,7 @@ def _folder(trial: Trial, url: str) -> HostFolder:
     make_clip(trial.folder / "clip.mkv")
     folder.add_collection("C", {"Main": [replace(clip_source(trial.folder / "clip.mkv"), x=120.0, y=-80.0)]})
     folder.save_vertical_scenes({"One": "Main"}, "One")
-    for module in (built_module(trial.preset), driver_beside(built_module(trial.preset))):
-        folder.install_module(module)
+    folder.install_module(built_module(trial.preset))
     return folder
 
 

@@ -3,6 +3,7 @@
 
 import json
 import shutil
+import subprocess
 from collections.abc import Mapping, Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -12,17 +13,15 @@ MODULE = "corvane-vertical-canvas"
 _TOP_LEFT = 5
 
 
+_BUILDS = Path(__file__).resolve().parents[2] / "build"
+
+
 def built_module(preset: str = "release") -> Path:
     """The module as `./dev build --preset` leaves it."""
-    path = Path(__file__).resolve().parents[2] / "build" / preset / "src" / f"{MODULE}.so"
+    path = _BUILDS / preset / "src" / f"{MODULE}.so"
     if not path.is_file():
         raise FileNotFoundError(f"{path} is missing: run ./dev build --preset {preset}")
     return path
-
-
-def driver_beside(module: Path) -> Path:
-    """The module through which the host's widgets are operated, of the same build."""
-    return module.parents[1] / "tools/livehost/driver/livehost-driver.so"
 
 
 @dataclass(frozen=True)
@@ -94,6 +93,8 @@ class HostFolder:
         self.config = root / "obs-studio"
         self.logs = self.config / "logs"
         self._plugin_config = self.config / "plugin_config"
+        self._plugins = self.config / "plugins"
+        self._build = _BUILDS / "release"
         self.config.mkdir(parents=True, exist_ok=True)
 
     def profile_folder(self, name: str) -> Path:
@@ -149,11 +150,26 @@ class HostFolder:
         write_ini(self._plugin_config / MODULE / "settings-global.ini", {"Scenes": keys})
 
     def install_module(self, module: Path) -> None:
-        """Puts a module where the host looks for a user's own."""
-        folder = self.config / "plugins" / module.stem
-        for part in ("bin/64bit", "data"):
-            (folder / part).mkdir(parents=True, exist_ok=True)
-        shutil.copy2(module, folder / "bin/64bit" / module.name)
+        """Installs a build of the module by its own rule, then moves it to where a user's modules are."""
+        self._build = module.parents[1]
+        prefix = self.root / "prefix"
+        subprocess.run(["cmake", "--install", str(self._build), "--prefix", str(prefix)], check=True,
+                       stdout=subprocess.DEVNULL)
+        binary, = prefix.glob(f"lib*/**/obs-plugins/{MODULE}.so")
+        self._plugin(MODULE, binary, prefix / "share/obs/obs-plugins" / MODULE)
+        shutil.rmtree(prefix)
+
+    def install_driver(self) -> None:
+        """The module through which the host is operated, of the same build as the installed module."""
+        self._plugin("livehost-driver", self._build / "tools/livehost/driver/livehost-driver.so")
+
+    def _plugin(self, name: str, binary: Path, data: Path | None = None) -> None:
+        folder = self._plugins / name
+        shutil.rmtree(folder, ignore_errors=True)
+        (folder / "bin/64bit").mkdir(parents=True)
+        shutil.copy2(binary, folder / "bin/64bit")
+        if data:
+            shutil.copytree(data, folder / "data")
 
     def remember_choice(self, profile: str, collection: str) -> None:
         """Skips the host's first-run wizard; a folder that has been used keeps its own choices."""
@@ -163,10 +179,3 @@ class HostFolder:
                 "Basic": {"Profile": profile, "ProfileDir": profile,
                           "SceneCollection": collection, "SceneCollectionFile": collection},
             })
-
-    def enable_remote(self, port: int) -> None:
-        folder = self._plugin_config / "obs-websocket"
-        folder.mkdir(parents=True, exist_ok=True)
-        (folder / "config.json").write_text(json.dumps({
-            "first_load": False, "server_enabled": True, "server_port": port, "alerts_enabled": False,
-            "auth_required": False, "server_password": ""}))

@@ -27,7 +27,7 @@ class Hands:
         return [self.look(name)["enabled"] for name in names]
 
     def sees(self, name: str) -> bool:
-        return self._vendor("look", name=name)["found"]
+        return self._host.remote.ask("look", name=name)["found"]
 
     def reads(self, name: str, text: str, seconds: float | None = None) -> None:
         """Waits until the widget shows the text."""
@@ -43,10 +43,10 @@ class Hands:
 
     def windows(self) -> list[dict[str, Any]]:
         """Every open window: "class", "title", a message box's "text", a dialog's "buttons"."""
-        return self._vendor("windows")["windows"]
+        return self._host.remote.ask("windows")["windows"]
 
     def focus(self) -> str:
-        return self._vendor("windows")["focus"]
+        return self._host.remote.ask("windows")["focus"]
 
     def window(self, title: str) -> dict[str, Any]:
         """Waits for the window of that title."""
@@ -105,7 +105,7 @@ class Hands:
 
     def choose(self, item: str) -> None:
         """Chooses an item of the main window's menus."""
-        self._vendor("action", text=item)
+        self._host.remote.ask("action", text=item)
 
     def place_dock(self, area: int) -> None:
         """Docks our dock on a side of the window or under another dock's tab, or lets it float."""
@@ -114,17 +114,14 @@ class Hands:
 
     def longest_pause_ms(self) -> int:
         """For how long the host's event loop stood still at most since the last call."""
-        return self._vendor("longest_pause")["ms"]
-
-    def _vendor(self, request: str, **data: Any) -> dict[str, Any]:
-        return self._host.remote.vendor("livehost", request, **data)
+        return self._host.remote.ask("longest_pause")["ms"]
 
     def _ask(self, request: str, **data: Any) -> dict[str, Any]:
         answer: dict[str, Any] = {}
 
         def found() -> bool:
             nonlocal answer
-            answer = self._vendor(request, **data)
+            answer = self._host.remote.ask(request, **data)
             return answer["found"]
         wait_until(found, self._seconds, f"{data.get('name') or data.get('button') or 'text field'} in sight")
         return answer

@@ -14,7 +14,6 @@ from typing import Any, Self
 from .folder import HostFolder
 from .remote import Remote
 from .screen import OwnScreen, VirtualScreen
-from .sockets import free_port, tcp_listens
 from .waiting import end_child, wait_until
 
 OUTPUT_TYPES = "cv_vertical_mux_rtmp", "cv_vertical_mux_resilient"
@@ -69,23 +68,26 @@ class LiveHost:
             self.quit()
         else:
             self._end()
+            if issubclass(kind, ConnectionError):
+                raise HostError(f"the host ended by itself with status {self._process.returncode}\n{self._last_words()}")
 
     def start(self, seconds: float = 60) -> None:
         """Starts the host and waits until it answers with the profile and collection asked for."""
-        port = free_port()
-        self.folder.enable_remote(port)
+        self.folder.install_driver()
         self.folder.remember_choice(**self._names)
+        self._remote = Remote()
         # The log is named by the second, so a quick second run writes over the first one's.
         begin_ns = time.time_ns() - _CLOCK_GRAIN_NS
         # The missing files check stays on: without it the host leaks the empty list it made.
         command = ["obs", "--multi", "--disable-updater", "--verbose", "--profile",
                    self._names["profile"], "--collection", self._names["collection"]]
         with self.console.open("ab") as console:
-            self._process = subprocess.Popen(command, env=self._environment, cwd=self.folder.root,
-                                             stdin=subprocess.DEVNULL, stdout=console, stderr=subprocess.STDOUT)
+            self._process = subprocess.Popen(
+                command, env=self._environment | self._remote.environment, cwd=self.folder.root,
+                pass_fds=[self._remote.inherited], stdin=subprocess.DEVNULL, stdout=console, stderr=subprocess.STDOUT)
+        self._remote.host_started()
         self._log_path = wait_until(lambda: self._alive() and self._log_since(begin_ns), seconds, "host log")
-        wait_until(lambda: self._alive() and tcp_listens(port), seconds, "host's remote control")
-        self._remote = Remote(port)
+        wait_until(lambda: self._alive() and self._remote.ready(), seconds, "host ready for requests")
         self._check_names()
 
     def quit(self, seconds: float = 60) -> None:

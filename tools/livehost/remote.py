@@ -1,17 +1,15 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""Requests to the host over its own remote control, obs-websocket."""
+"""Requests to the host through the driver module in it, one JSON object a line."""
 
 import json
+import select
+import socket
 import time
-from itertools import count
 from typing import Any
-
-import websocket
 
 from .waiting import POLL_SECONDS
 
-_NOT_READY = 207
-_HELLO, _IDENTIFY, _IDENTIFIED, _REQUEST, _RESPONSE = 0, 1, 2, 6, 7
+_SUCCESS, _NOT_READY = 100, 207
 
 
 class RequestError(RuntimeError):
@@ -23,45 +21,44 @@ class RequestError(RuntimeError):
 
 
 class Remote:
-    """One connection; not to be shared between threads."""
+    """One end of a pair of connected sockets; the host inherits the other one, whose number it finds
+    in the environment. Not to be shared between threads."""
 
-    def __init__(self, port: int, seconds: float = 20) -> None:
+    def __init__(self, seconds: float = 20) -> None:
         self._seconds = seconds
-        self._ids = count()
-        self._socket = websocket.create_connection(f"ws://127.0.0.1:{port}", timeout=seconds)
-        self._receive(_HELLO)
-        self._send(_IDENTIFY, {"rpcVersion": 1, "eventSubscriptions": 0})
-        self._receive(_IDENTIFIED)
+        self._socket, self._of_host = socket.socketpair()
+        self._socket.settimeout(seconds)
+        self._lines = self._socket.makefile("rb")
+        self.inherited = self._of_host.fileno()
+        self.environment = {"LIVEHOST_SOCKET": str(self.inherited)}
+
+    def host_started(self) -> None:
+        """From now on the host's end closes with the host."""
+        self._of_host.close()
 
     def close(self) -> None:
-        self._socket.close()
+        for end in (self._lines, self._socket, self._of_host):
+            end.close()
+
+    def ready(self) -> bool:
+        """Whether the host has finished its start; it then sends an empty object."""
+        return bool(select.select([self._socket], [], [], 0)[0]) and self._lines.readline() != b""
 
     def request(self, name: str, **data: Any) -> dict[str, Any]:
-        """Sends a request and returns its answer; waits while the host is not ready for requests."""
+        """One of obs-websocket's requests, by its name there; waits while the host is not ready for it."""
         deadline = time.monotonic() + self._seconds
         while True:
-            number = str(next(self._ids))
-            self._send(_REQUEST, {"requestType": name, "requestId": number, "requestData": data})
-            answer = self._receive(_RESPONSE)
-            while answer["requestId"] != number:
-                answer = self._receive(_RESPONSE)
-            status = answer["requestStatus"]
-            if status["result"]:
-                return answer.get("responseData") or {}
-            if status["code"] != _NOT_READY or time.monotonic() > deadline:
-                raise RequestError(name, status["code"], status.get("comment", ""))
+            answer = self.ask("request", type=name, data=data)
+            if answer["code"] == _SUCCESS:
+                return answer["data"]
+            if answer["code"] != _NOT_READY or time.monotonic() > deadline:
+                raise RequestError(name, answer["code"], answer["comment"])
             time.sleep(POLL_SECONDS)
 
-    def vendor(self, vendor: str, name: str, /, **data: Any) -> dict[str, Any]:
-        """A request that a module loaded into the host answers."""
-        answer = self.request("CallVendorRequest", vendorName=vendor, requestType=name, requestData=data)
-        return answer["responseData"]
-
-    def _send(self, code: int, data: dict[str, Any]) -> None:
-        self._socket.send(json.dumps({"op": code, "d": data}))
-
-    def _receive(self, code: int) -> dict[str, Any]:
-        while True:
-            message = json.loads(self._socket.recv())
-            if message["op"] == code:
-                return message["d"]
+    def ask(self, what: str, /, **data: Any) -> dict[str, Any]:
+        """One of the driver's own requests."""
+        self._socket.sendall(json.dumps({"do": what} | data).encode() + b"\n")
+        line = self._lines.readline()
+        if not line:
+            raise ConnectionError(f"{what}: the host hung up")
+        return json.loads(line)

@@ -10,7 +10,7 @@ from pathlib import Path
 import numpy as np
 from PIL import Image
 
-from livehost.folder import HostFolder, Profile, Source, built_module, driver_beside
+from livehost.folder import HostFolder, Profile, Source, built_module
 from livehost.hands import Hands
 from livehost.host import LiveHost
 from livehost.received import Received
@@ -30,9 +30,7 @@ class Stage:
         self.main_key, self.vertical_key = f"main{number}", f"vertical{number}"
         self.folder = HostFolder(root / f"folder{number}")
         self.module_config = self.folder.config / "plugin_config" / "corvane-vertical-canvas"
-        module = Path(os.environ.get("CVC_MODULE") or built_module())
-        self.folder.install_module(module)
-        self.folder.install_module(driver_beside(module))
+        self.folder.install_module(Path(os.environ.get("CVC_MODULE") or built_module()))
         self.add_profile("P")
         self.show({"Main": [marking_source(root / f"marking{number}.png")]}, {"One": "Main"}, "One")
 

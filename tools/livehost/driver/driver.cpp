@@ -1,22 +1,27 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Answers vendor requests of the host's remote control. What only looks is answered from the UI
-// thread; what acts is posted to it and answered at once, so that a dialog that the action opens
-// does not hold up the answer.
+// Answers requests, one JSON object a line, on the socket that the program which started the host
+// left open for it. All of it runs on the UI thread. What acts on a widget is posted and answered
+// at once, so that a dialog that the action opens does not hold up the answer.
 #include "crash_report.hpp"
 #include "widgets.hpp"
 
+#include <obs-frontend-api.h>
 #include <obs-module.h>
 #include <obs-websocket-api.h>
 
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QJsonDocument>
+#include <QLocalSocket>
 #include <QPointer>
 #include <QTimer>
 #include <QWidget>
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <functional>
+#include <string_view>
 
 OBS_DECLARE_MODULE()
 
@@ -25,17 +30,6 @@ namespace livehost {
 namespace {
 
 using Handler = QJsonObject (*)(const QJsonObject &);
-
-QJsonObject to_json(obs_data_t *data) {
-    return QJsonDocument::fromJson(obs_data_get_json(data)).object();
-}
-
-void fill(obs_data_t *response, const QJsonObject &answer) {
-    const QByteArray text = QJsonDocument(answer).toJson(QJsonDocument::Compact);
-    obs_data_t *data = obs_data_create_from_json(text.constData());
-    obs_data_apply(response, data);
-    obs_data_release(data);
-}
 
 // The widget that a request means: by "name", by the text of a "button" of the open dialog, or,
 // with neither, the text field of that dialog.
@@ -119,8 +113,25 @@ QJsonObject on_longest_pause(const QJsonObject &) {
     return {{"ms", std::exchange(longest, 0)}};
 }
 
+// Any request of obs-websocket, which answers it here without its server.
+QJsonObject on_request(const QJsonObject &request) {
+    const QByteArray text = QJsonDocument(request["data"].toObject()).toJson();
+    obs_data_t *data = obs_data_create_from_json(text.constData());
+    obs_websocket_request_response *response =
+        obs_websocket_call_request(request["type"].toString().toUtf8().constData(), data);
+    obs_data_release(data);
+    if (!response) {
+        return {{"code", 0}, {"comment", "obs-websocket is not loaded"}};
+    }
+    const QJsonObject answer{{"code", static_cast<int>(response->status_code)},
+        {"comment", response->comment},
+        {"data", QJsonDocument::fromJson(response->response_data).object()}};
+    obs_websocket_request_response_free(response);
+    return answer;
+}
+
 struct Request {
-    const char *name;
+    std::string_view name;
     Handler handler;
 };
 
@@ -133,16 +144,50 @@ constexpr Request kRequests[] = {
     {.name = "place", .handler = on_place},
     {.name = "action", .handler = on_action},
     {.name = "longest_pause", .handler = on_longest_pause},
+    {.name = "request", .handler = on_request},
 };
 
-void answer(obs_data_t *request, obs_data_t *response, void *handler_record) {
-    const Handler handler = static_cast<const Request *>(handler_record)->handler;
-    const QJsonObject asked = to_json(request);
-    QJsonObject answered;
-    QMetaObject::invokeMethod(
-        QCoreApplication::instance(), [&] { answered = handler(asked); },
-        Qt::BlockingQueuedConnection);
-    fill(response, answered);
+QByteArray answer(const QByteArray &line) {
+    const QJsonObject asked = QJsonDocument::fromJson(line).object();
+    const std::string name = asked["do"].toString().toStdString();
+    const auto *const request = std::ranges::find(kRequests, name, &Request::name);
+    const QJsonObject answered = request == std::end(kRequests)
+                                     ? QJsonObject{{"error", "no such request"}}
+                                     : request->handler(asked);
+    return QJsonDocument(answered).toJson(QJsonDocument::Compact) + '\n';
+}
+
+QPointer<QLocalSocket> channel;
+
+void open_channel() {
+    bool given = false;
+    const int descriptor = qEnvironmentVariableIntValue("LIVEHOST_SOCKET", &given);
+    if (!given) {
+        return;
+    }
+    // The host's children must not keep it open.
+    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    channel = new QLocalSocket(QCoreApplication::instance());
+    channel->setSocketDescriptor(descriptor);
+    channel->write("{}\n");
+    QObject::connect(channel, &QLocalSocket::readyRead, channel, [] {
+        while (channel && channel->canReadLine()) {
+            const QByteArray answered = answer(channel->readLine());
+            if (channel) {
+                channel->write(answered);
+                channel->flush();
+            }
+        }
+    });
+}
+
+// Requests are answered from the end of the host's start to the beginning of its end.
+void on_frontend_event(obs_frontend_event event, void *) {
+    if (event == OBS_FRONTEND_EVENT_FINISHED_LOADING) {
+        open_channel();
+    } else if (event == OBS_FRONTEND_EVENT_EXIT && channel) {
+        channel->deleteLater();
+    }
 }
 
 } // namespace
@@ -151,13 +196,11 @@ void answer(obs_data_t *request, obs_data_t *response, void *handler_record) {
 
 bool obs_module_load() {
     livehost::report_crashes();
+    obs_frontend_add_event_callback(livehost::on_frontend_event, nullptr);
     return true;
 }
 
-void obs_module_post_load() {
-    obs_websocket_vendor vendor = obs_websocket_register_vendor("livehost");
-    for (const livehost::Request &request : livehost::kRequests) {
-        obs_websocket_vendor_register_request(
-            vendor, request.name, livehost::answer, const_cast<livehost::Request *>(&request));
-    }
+void obs_module_unload() {
+    obs_frontend_remove_event_callback(livehost::on_frontend_event, nullptr);
+    delete livehost::channel;
 }
