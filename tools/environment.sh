@@ -63,22 +63,35 @@ debian_mirror() {
     awk '$2 == "Debian" && $4 == "main" && $3 !~ /security|updates|backports/ { print $1; exit }'
 }
 
-make_root() {
-  local root=$1 mirror free options=() setting
+# Sets $mirror, from which bootstrap takes its packages.
+prepare_bootstrap() {
   install_bootstrap_tools
   mirror=$(debian_mirror)
   [ -n "$mirror" ] || die "apt on this machine names no Debian mirror (see 'apt-get indextargets')"
   mkdir -p "$cache_dir"
+}
+
+# bootstrap PACKAGES TARGET OPTION...: a root of the suite, in any form that mmdebstrap makes.
+bootstrap() {
+  local packages=$1 target=$2 setting
+  shift 2
+  setting=$(apt-config dump Acquire::Check-Valid-Until 2>/dev/null)
+  [ -z "$setting" ] || set -- --aptopt="${setting%;}" "$@"
+  # No waiting for the disk, nor unpacking what nobody reads.
+  mmdebstrap --variant=minbase --components=main --dpkgopt=force-unsafe-io --dpkgopt='path-exclude=/usr/share/doc/*' \
+    --dpkgopt='path-exclude=/usr/share/man/*' --dpkgopt='path-exclude=/usr/share/locale/*' "$@" --include="$packages" "$suite" "$target" "$mirror"
+}
+
+make_root() {
+  local root=$1 free
+  prepare_bootstrap
   free=$(df -Pk "$cache_dir" | awk 'NR == 2 { print $4 }')
   [ "$free" -ge "$needed_kib" ] ||
     die "$cache_dir has $((free / 1024)) MiB free; the environment needs $((needed_kib / 1024)) MiB"
-  setting=$(apt-config dump Acquire::Check-Valid-Until 2>/dev/null)
-  [ -n "$setting" ] && options+=(--aptopt="${setting%;}")
 
   say "Making the environment (once, about a minute): $root"
   rm -rf "$root.part"
-  if ! mmdebstrap --variant=minbase --components=main "${options[@]}" --include="$(package_list)" \
-    "$suite" "$root.part" "$mirror" 2>&1 | tee "$cache_dir/setup.log" | grep --line-buffered '^[IE]:' >&2; then
+  if ! bootstrap "$(package_list)" "$root.part" 2>&1 | tee "$cache_dir/setup.log" | grep --line-buffered '^[IE]:' >&2; then
     tail -n 20 "$cache_dir/setup.log" >&2
     die "making the environment failed; the whole log is $cache_dir/setup.log"
   fi
