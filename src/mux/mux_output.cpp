@@ -32,23 +32,30 @@ bool MuxOutput::start() {
         }
         active_ = true;
         fatal_ = false;
+        capture_ = Capture::kBeginning;
         close_muxer(); // one left over from a run that ended with an error
         free_pending_packets();
     }
     // Without the lock: libobs takes its own here, and packets come in with those held.
-    const bool begun = begin_capture();
-    std::unique_lock lock(mutex_);
-    if (!begun) {
+    if (!begin_capture()) {
+        const std::scoped_lock lock(mutex_);
         active_ = false;
         return false;
     }
-    if (!active_ && !fatal_) {
-        // An encoder failed at once: libobs stopped us before it took us for started, so that
-        // stop ended nothing.
-        lock.unlock();
-        obs_output_end_data_capture(output_);
+    // Not with the lock either: a first packet may be connecting under it.
+    Capture capture = Capture::kBeginning;
+    if (!capture_.compare_exchange_strong(capture, Capture::kRunning)) {
+        if (capture == Capture::kFailed) {
+            stop_with_error();
+        } else {
+            obs_output_end_data_capture(output_);
+        }
     }
     return true;
+}
+
+bool MuxOutput::may_end_capture(Capture how) {
+    return capture_.exchange(how) != Capture::kBeginning;
 }
 
 // The muxer waits for packets: the codec headers that its streams need exist only after each
@@ -73,7 +80,9 @@ void MuxOutput::stop(bool) {
         active_ = false;
     }
     // Without the lock, since libobs may call back.
-    obs_output_end_data_capture(output_);
+    if (may_end_capture(Capture::kStopped)) {
+        obs_output_end_data_capture(output_);
+    }
     const std::scoped_lock lock(mutex_);
     close_muxer();
 }

@@ -11,6 +11,7 @@
 #include <obs.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -39,8 +40,13 @@ public:
     void encoded_packet(const encoder_packet *packet) override;
 
 private:
+    // Who ends the capture: libobs takes no end while it begins one, so whatever ends the stream
+    // then leaves that to start().
+    enum class Capture { kBeginning, kRunning, kStopped, kFailed };
+
     // Without the output lock.
     bool begin_capture();
+    bool may_end_capture(Capture how);
     void stop_with_error();
     void write_thread_loop();
     void enter_reconnect_mode(int error);
@@ -59,6 +65,7 @@ private:
 
     obs_output_t *const output_;
     PacketQueue queue_; // locks itself
+    std::atomic<Capture> capture_ = Capture::kStopped;
 
     std::mutex mutex_; // the output lock, guards everything below
     StreamSettings settings_;

@@ -42,7 +42,9 @@ void MuxOutput::encoded_packet(const encoder_packet *packet) {
             fatal_ = true;
             free_pending_packets();
             lock.unlock();
-            stop_with_error();
+            if (may_end_capture(Capture::kFailed)) {
+                stop_with_error();
+            }
             return;
         }
     }
