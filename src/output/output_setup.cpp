@@ -22,12 +22,17 @@ constexpr int kKeyframeIntervalSeconds = 2;
 
 // libobs takes an output out of service on a thread of its own and has no call that waits for
 // it. Releasing the output meanwhile lets libobs stop it a second time, and that stop can miss
-// the end of the first and wait for ever.
-void wait_until_inactive(obs_output_t *output) {
+// the end of the first and wait for ever. False when the output has not ended in time.
+bool wait_until_inactive(obs_output_t *output) {
     constexpr uint32_t kPollMs = 1;
-    while (obs_output_active(output)) {
+    constexpr uint32_t kLimitMs = 5000;
+    for (uint32_t waited = 0; obs_output_active(output); waited += kPollMs) {
+        if (waited >= kLimitMs) {
+            return false;
+        }
         os_sleep_ms(kPollMs);
     }
+    return true;
 }
 
 } // namespace
@@ -121,11 +126,15 @@ void VerticalOutput::release_all() {
         }
         signal_handler_disconnect(
             obs_output_get_signal_handler(output_), "stop", on_output_stop, output_.Get());
-        wait_until_inactive(output_);
-        // A stop of ours that met an output ending by itself has reset the event that libobs waits
-        // for when it destroys the output; ending it once more sets the event.
-        // The other type sees to that by itself, since its end is told once.
-        if (!resilient_) {
+        if (!wait_until_inactive(output_)) {
+            log_error("Vertical output did not end within 5 s and is left behind: %s",
+                obs_output_get_name(output_));
+            // libobs would wait for the end when it destroys the output: keep it for good.
+            [[maybe_unused]] const obs_output_t *kept = obs_output_get_ref(output_);
+        } else if (!resilient_) {
+            // A stop of ours that met an output ending by itself has reset the event that libobs
+            // waits for when it destroys the output; ending it once more sets the event.
+            // The other type sees to that by itself, since its end is told once.
             obs_output_end_data_capture(output_);
         }
         output_ = nullptr;

@@ -19,6 +19,7 @@ VerticalOutput::VerticalOutput(VerticalCanvas *canvas, OutputConfig config)
     , config_(std::move(config)) {}
 
 VerticalOutput::~VerticalOutput() {
+    video_reset_.Disconnect();
     const std::scoped_lock lock(mutex_);
     if (initialised_) {
         release_all();
@@ -38,6 +39,7 @@ bool VerticalOutput::init() {
         return false;
     }
     initialised_ = true;
+    video_reset_.Connect(obs_get_signal_handler(), "video_reset", on_video_reset, this);
     log_info("VerticalOutput initialised (runtime encoder fallback enabled)");
     return true;
 }
@@ -132,6 +134,16 @@ void VerticalOutput::update_config(const OutputConfig &config) {
     config_ = config;
     log_info("VerticalOutput config updated (url: %s, preferred_encoder: %s)", shown_url().c_str(),
         config_.preferred_encoder.c_str());
+}
+
+// The video output that the encoder of a stopped stream is bound to is gone; whoever asks the
+// output for its size would read it.
+void VerticalOutput::on_video_reset(void *output, calldata_t *) {
+    auto *self = static_cast<VerticalOutput *>(output);
+    const std::scoped_lock lock(self->mutex_);
+    if (!self->active_locked()) {
+        self->release_all();
+    }
 }
 
 std::optional<ConnectionState> VerticalOutput::connection_state() const {

@@ -27,7 +27,8 @@ struct ConnectionState {
 //
 // Public operations lock for their whole run, libobs calls included; they may be called from
 // any thread but the one that emits the output's signals. Encoders and output are made anew
-// by every start and kept after a stop until the next start or the destruction.
+// by every start and kept after a stop until the next start, a reset of the host's video or the
+// destruction.
 class VerticalOutput {
 public:
     static constexpr size_t kAudioTracks = 6;
@@ -57,6 +58,8 @@ public:
     void update_config(const OutputConfig &config);
 
 private:
+    static void on_video_reset(void *output, calldata_t *);
+
     // All with mutex_ held.
     bool active_locked() const;
     bool start_with_fallback();
@@ -81,6 +84,9 @@ private:
     OBSOutputAutoRelease output_;
     std::string active_encoder_;
     bool initialised_ = false;
+
+    // Connected and disconnected without mutex_, which on_video_reset() takes.
+    OBSSignal video_reset_;
 };
 
 } // namespace corvane

@@ -14,6 +14,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
 #include <map>
 #include <set>
 
@@ -194,6 +196,52 @@ TEST_F(VerticalOutputTest, StartsStopsAndStartsAgain) {
     EXPECT_THAT(encoders(), SizeIs(0));
     EXPECT_THAT(outputs(), SizeIs(0));
     EXPECT_EQ(sink.recording("4"), Recording());
+}
+
+// The host lists every output with its size, which a stopped one asks its encoder for, and that one
+// the video output which a reset frees.
+TEST_F(VerticalOutputTest, LetsGoOfAStoppedStreamWithAVideoReset) {
+    const LocalSink sink;
+    ASSERT_TRUE(make({.url = sink.url(), .key = "k", .bitrate_kbps = 300}));
+    ASSERT_TRUE(output->start());
+    ASSERT_TRUE(sink.wait_for_pictures("k", 10));
+    output->stop();
+    ASSERT_TRUE(stopped());
+    ASSERT_THAT(outputs(), SizeIs(1));
+    for (const uint32_t width : {2 * kHostWidth, kHostWidth}) {
+        ASSERT_TRUE(ObsSession::reset_video(width, kHostHeight, kHostFps));
+        for (const OBSOutput &listed : outputs()) {
+            EXPECT_EQ(obs_output_get_width(listed), 72U);
+        }
+    }
+    EXPECT_THAT(outputs(), SizeIs(0));
+    EXPECT_THAT(encoders(), SizeIs(0));
+    EXPECT_TRUE(output->start());
+}
+
+// A stream that never ends may cost the output, not the user's window.
+TEST_F(VerticalOutputTest, LeavesAnOutputBehindThatDoesNotEnd) {
+    const LocalSink sink;
+    ASSERT_TRUE(make({.url = sink.url(), .key = "k", .bitrate_kbps = 300}));
+    ASSERT_TRUE(output->start());
+    ASSERT_TRUE(sink.wait_for_pictures("k", 10));
+    OBSOutput left = outputs().front();
+    std::promise<void> released;
+    const std::shared_future<void> may_end(released.get_future());
+    const auto hold = [](void *held, calldata_t *) {
+        static_cast<const std::shared_future<void> *>(held)->wait();
+    };
+    signal_handler_t *signals = obs_output_get_signal_handler(left);
+    signal_handler_connect(signals, "deactivate", hold, const_cast<std::shared_future<void> *>(&may_end));
+    auto rescue = std::async(std::launch::async, [&] {
+        return may_end.wait_for(std::chrono::seconds(15)) == std::future_status::ready;
+    });
+    output.reset();
+    EXPECT_TRUE(host_log().has("E Vertical output did not end within 5 s and is left behind: "));
+    released.set_value();
+    EXPECT_TRUE(rescue.get());
+    ASSERT_TRUE(wait_until([&] { return !obs_output_active(left); }));
+    obs_output_release(left); // the reference that was kept for good
 }
 
 // An error must reach the user as a box with the output's own words, everything else must not
