@@ -56,6 +56,15 @@ void show_rebuild_failure() {
     QMetaObject::invokeMethod(QCoreApplication::instance(), show, Qt::QueuedConnection);
 }
 
+// The host resets its video before it says that the profile has changed, and does not while any
+// output is active: its main canvas would keep the old profile's size.
+void on_profile_changing() {
+    if (output_active() && module_state.output->resilient()) {
+        log_info("OBS profile changing — stopping vertical output");
+        module_state.output->stop_and_release();
+    }
+}
+
 // The scenes saved from the old profile's canvas are restored into the new one's; the old
 // profile's file is closed unsaved.
 void on_profile_changed() {
@@ -90,6 +99,9 @@ void handle(obs_frontend_event event) {
         break;
     case OBS_FRONTEND_EVENT_STREAMING_STOPPED:
         on_streaming_stopped();
+        break;
+    case OBS_FRONTEND_EVENT_PROFILE_CHANGING:
+        on_profile_changing();
         break;
     case OBS_FRONTEND_EVENT_PROFILE_CHANGED:
         on_profile_changed();

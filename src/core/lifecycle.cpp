@@ -77,6 +77,7 @@ void unload_module() {
     save_global_file();
     save_profile_file();
     close_config_files();
+    finish_mux_outputs();
     log_info("Unloaded");
 }
 

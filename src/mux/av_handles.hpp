@@ -19,9 +19,14 @@ struct FreePacket {
 };
 using PacketHandle = std::unique_ptr<AVPacket, FreePacket>;
 
-// Does not close the context's I/O, see close_connection().
+// Closes the context's I/O, too.
 struct FreeFormatContext {
-    void operator()(AVFormatContext *context) const { avformat_free_context(context); }
+    void operator()(AVFormatContext *context) const {
+        if (context->oformat && !(context->oformat->flags & AVFMT_NOFILE)) {
+            avio_closep(&context->pb);
+        }
+        avformat_free_context(context);
+    }
 };
 using FormatContextHandle = std::unique_ptr<AVFormatContext, FreeFormatContext>;
 

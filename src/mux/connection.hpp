@@ -7,6 +7,10 @@
 
 namespace corvane {
 
+// What the user is told when the connection or the container's header fails.
+inline constexpr const char *kConnectFailed = "Stream rejected — check server URL and stream key";
+inline constexpr const char *kWriteHeaderFailed = "Stream rejected — write header failed";
+
 // The container's and the protocol's options. Opening the connection and writing the header
 // each take out what they understand.
 Dictionary connection_options(const StreamUrl &url);

@@ -5,7 +5,7 @@
 namespace corvane {
 
 MuxOutput::MuxOutput(obs_data_t *settings, obs_output_t *output)
-    : output_(output) {
+    : StreamOutput(output) {
     settings_.read(settings);
 }
 
@@ -85,6 +85,19 @@ void MuxOutput::stop(bool) {
     }
     const std::scoped_lock lock(mutex_);
     close_muxer();
+}
+
+void MuxOutput::fail() {
+    {
+        const std::scoped_lock lock(mutex_);
+        if (!active_) {
+            return;
+        }
+        active_ = false;
+    }
+    if (may_end_capture(Capture::kFailed)) {
+        stop_with_error();
+    }
 }
 
 void MuxOutput::free_pending_packets() {

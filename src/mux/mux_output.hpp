@@ -16,6 +16,7 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <utility>
 
 namespace corvane {
 
@@ -31,13 +32,12 @@ public:
     // The output handle is libobs's and outlives this object.
     MuxOutput(obs_data_t *settings, obs_output_t *output);
     ~MuxOutput() override;
-    MuxOutput(const MuxOutput &) = delete;
-    MuxOutput &operator=(const MuxOutput &) = delete;
 
     void update(obs_data_t *settings) override;
     bool start() override;
     void stop(bool forced) override;
     void encoded_packet(const encoder_packet *packet) override;
+    void fail() override;
 
 private:
     // Who ends the capture: libobs takes no end while it begins one, so whatever ends the stream
@@ -63,8 +63,7 @@ private:
     void stop_on_failure(const char *failure);
     void attempt_reconnect(const encoder_packet &packet);
 
-    obs_output_t *const output_;
-    PacketQueue queue_; // locks itself
+    PacketQueue queue_; // thread-safe
     std::atomic<Capture> capture_ = Capture::kStopped;
 
     std::mutex mutex_; // the output lock, guards everything below
@@ -75,7 +74,7 @@ private:
     // the thread may read the context without the lock.
     Muxer muxer_;
     std::thread write_thread_;
-    PacketPath path_{queue_};
+    PacketPath path_{[this](PacketHandle packet) { return queue_.push(std::move(packet)); }};
     std::optional<PendingPacket> pending_video_;
     std::array<std::optional<PendingPacket>, kAudioSlots> pending_audio_;
     bool reconnecting_ = false;

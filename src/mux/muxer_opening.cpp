@@ -25,7 +25,7 @@ OpenResult MuxOutput::open_muxer() {
     Dictionary options = connection_options(settings_.url);
     if (const int error = open_connection(context, settings_.url, options)) {
         log_error("avio_open2 failed: %s (code %d)", error_text(error).c_str(), error);
-        obs_output_set_last_error(output_, "Stream rejected — check server URL and stream key");
+        obs_output_set_last_error(output_, kConnectFailed);
         return OpenResult::kFatal;
     }
     const int header = avformat_write_header(&context, options.get());
@@ -34,7 +34,7 @@ OpenResult MuxOutput::open_muxer() {
     if (header < 0) {
         log_error("avformat_write_header failed: %s (code %d)", error_text(header).c_str(), header);
         close_connection(context);
-        obs_output_set_last_error(output_, "Stream rejected — write header failed");
+        obs_output_set_last_error(output_, kWriteHeaderFailed);
         return OpenResult::kFatal;
     }
     muxer_ = std::move(muxer);

@@ -4,16 +4,18 @@
 
 #include "base/log.hpp"
 #include "mux/mux_output.hpp"
-#include "mux/resilient_output.hpp"
+#include "mux/resilient/resilient_output.hpp"
+#include "mux/resilient/run_abandonable.hpp"
 
-#include <new>
+#include <chrono>
+#include <exception>
+#include <memory>
 
 namespace corvane {
 
 namespace {
 
-// No exception passes into libobs: one that nothing catches ends the process here. libobs calls
-// with the pointer that create returned, which therefore is one to the base.
+// libobs calls with the pointer that create returned, which therefore is one to the base.
 StreamOutput *self(void *data) {
     return static_cast<StreamOutput *>(data);
 }
@@ -22,12 +24,40 @@ const ResilientOutput &resilient(void *data) {
     return static_cast<const ResilientOutput &>(*self(data));
 }
 
+// No exception passes into libobs. False when `call` threw one: no memory, no thread.
+template <typename Call>
+bool call_guarded(obs_output_t *output, Call call) noexcept {
+    try {
+        call();
+        return true;
+    } catch (const std::exception &error) {
+        log_error("Vertical output failed: %s", error.what());
+        obs_output_set_last_error(output, error.what());
+        return false;
+    }
+}
+
+// The same, and the stream ends.
+template <typename Call>
+void call_or_fail(void *data, Call call) noexcept {
+    if (data && !call_guarded(self(data)->host_output(), [&] { call(*self(data)); })) {
+        self(data)->fail();
+    }
+}
+
+template <typename Output>
+void *create(obs_data_t *settings, obs_output_t *output) noexcept {
+    std::unique_ptr<StreamOutput> created;
+    call_guarded(output, [&] { created = std::make_unique<Output>(settings, output); });
+    return created.release();
+}
+
 const char *cv_mux_get_name(void *) noexcept {
     return "Vertical RTMP Mux (multitrack v2)";
 }
 
 void *cv_mux_create(obs_data_t *settings, obs_output_t *output) noexcept {
-    return static_cast<StreamOutput *>(new (std::nothrow) MuxOutput(settings, output));
+    return create<MuxOutput>(settings, output);
 }
 
 void cv_mux_destroy(void *data) noexcept {
@@ -36,25 +66,22 @@ void cv_mux_destroy(void *data) noexcept {
 
 bool cv_mux_start(void *data) noexcept {
     log_info("cv_mux_start called");
-    return data && self(data)->start();
+    bool started = false;
+    return data &&
+           call_guarded(self(data)->host_output(), [&] { started = self(data)->start(); }) &&
+           started;
 }
 
 void cv_mux_stop(void *data, uint64_t timestamp_ns) noexcept {
-    if (data) {
-        self(data)->stop(timestamp_ns == 0);
-    }
+    call_or_fail(data, [=](StreamOutput &output) { output.stop(timestamp_ns == 0); });
 }
 
 void cv_mux_encoded_packet(void *data, encoder_packet *packet) noexcept {
-    if (data) {
-        self(data)->encoded_packet(packet);
-    }
+    call_or_fail(data, [=](StreamOutput &output) { output.encoded_packet(packet); });
 }
 
 void cv_mux_update(void *data, obs_data_t *settings) noexcept {
-    if (data) {
-        self(data)->update(settings);
-    }
+    call_or_fail(data, [=](StreamOutput &output) { output.update(settings); });
 }
 
 void cv_mux_defaults(obs_data_t *settings) noexcept {
@@ -92,9 +119,7 @@ obs_output_info resilient_type() {
     info.get_name = [](void *) noexcept {
         return "Vertical RTMP Mux (resilient)";
     };
-    info.create = [](obs_data_t *settings, obs_output_t *output) noexcept -> void * {
-        return static_cast<StreamOutput *>(new (std::nothrow) ResilientOutput(settings, output));
-    };
+    info.create = create<ResilientOutput>;
     info.get_total_bytes = [](void *data) noexcept {
         return data ? resilient(data).total_bytes() : 0;
     };
@@ -115,6 +140,13 @@ obs_output_info resilient_type() {
 void register_mux_output_types() {
     for (const obs_output_info &info : {standard_type(), resilient_type()}) {
         obs_register_output_s(&info, sizeof(info));
+    }
+}
+
+void finish_mux_outputs() {
+    constexpr std::chrono::seconds kLimit{2};
+    if (!finish_abandoned_threads(kLimit)) {
+        log_warning("A connection that could not be interrupted is left behind");
     }
 }
 

@@ -11,4 +11,8 @@ inline constexpr const char *kResilientOutputId = "cv_vertical_mux_resilient";
 // Registers both with libobs; called once, when the module loads.
 void register_mux_output_types();
 
+// Waits up to 2 s for connections that streams have left behind; called once, when the module
+// unloads.
+void finish_mux_outputs();
+
 } // namespace corvane

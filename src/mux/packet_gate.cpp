@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Decides which packets may enter the stream, and hands those to the write queue.
+// Decides which packets may enter the stream, and hands those to the sink.
 #include "base/log.hpp"
 #include "mux/bitstream.hpp"
 #include "mux/packet_path.hpp"
@@ -33,7 +33,7 @@ int PacketPath::enqueue_packet(const Muxer &muxer, const AVPacket &packet, bool 
             is_video ? "video" : "audio", static_cast<long long>(packet.pts));
         return AVERROR(ENOMEM);
     }
-    return queue_.push(std::move(clone)) ? 0 : AVERROR(EAGAIN);
+    return sink_(std::move(clone)) ? 0 : AVERROR(EAGAIN);
 }
 
 // A stream that has started lets every picture pass. What kind it is takes a look at all of its

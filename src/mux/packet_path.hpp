@@ -3,17 +3,18 @@
 
 #include "mux/encoded_packet.hpp"
 #include "mux/muxer.hpp"
-#include "mux/packet_queue.hpp"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <utility>
 
 namespace corvane {
 
-// Turns the host's encoded packets into packets of the open stream and puts them into the write
-// queue: time base, duration, rebased and growing timestamps; for MPEG-TS also Annex B form with
-// parameter sets and access unit delimiters. Nothing enters before the first keyframe.
+// Turns the host's encoded packets into packets of the open stream and hands them to a sink: time
+// base, duration, rebased and growing timestamps; for MPEG-TS also Annex B form with parameter sets
+// and access unit delimiters. Nothing enters before the first keyframe.
 //
 // Has no lock of its own: everything runs under the lock of the output that owns it.
 class PacketPath {
@@ -23,9 +24,11 @@ public:
         kShared, // tracks keep the timestamps they come with, so that a late one stays in time
     };
 
-    // The queue must outlive this object.
-    explicit PacketPath(PacketQueue &queue, AudioClock audio_clock = AudioClock::kOwn)
-        : queue_(queue)
+    // Takes a finished packet; false when it refuses the packet.
+    using Sink = std::function<bool(PacketHandle packet)>;
+
+    explicit PacketPath(Sink sink, AudioClock audio_clock = AudioClock::kOwn)
+        : sink_(std::move(sink))
         , audio_clock_(audio_clock) {}
 
     // The muxer was opened: timestamps and gates start anew, nothing of an earlier stream stays.
@@ -58,8 +61,8 @@ private:
     void record_video_base(const AVPacket &packet);
     void rebase_video(AVPacket &packet) const;
 
-    // The gate and the queue: 0 queued; AVERROR(EAGAIN) dropped by the gate or because the writer
-    // does not run; AVERROR(ENOMEM). The caller keeps its packet, the queue gets a clone.
+    // The gate, then the sink: 0 taken; AVERROR(EAGAIN) dropped by the gate or refused by the sink;
+    // AVERROR(ENOMEM). The caller keeps its packet, the sink gets a clone.
     int enqueue_packet(const Muxer &muxer, const AVPacket &packet, bool is_video);
     int pass_video_gate(const Muxer &muxer, const AVPacket &packet);
     void start_stream_at(const AVPacket &packet, bool aud, bool idr);
@@ -76,7 +79,7 @@ private:
         bool clean_start_armed = false; // MPEG-TS: the access unit that opens the stream passed
     };
 
-    PacketQueue &queue_;
+    const Sink sink_;
     const AudioClock audio_clock_;
     Stream stream_;
 };

@@ -34,15 +34,6 @@ bool PacketQueue::push(PacketHandle packet) {
 PacketHandle PacketQueue::wait_pop() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return !packets_.empty() || !running_; });
-    return pop_front();
-}
-
-PacketHandle PacketQueue::try_pop() {
-    const std::scoped_lock lock(mutex_);
-    return pop_front();
-}
-
-PacketHandle PacketQueue::pop_front() {
     if (packets_.empty()) {
         return nullptr;
     }

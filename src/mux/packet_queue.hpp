@@ -21,15 +21,10 @@ public:
     // False when the queue is not started; the packet is freed then.
     bool push(PacketHandle packet);
 
-    // Null when there is none.
-    PacketHandle try_pop();
-
     // Waits for a packet; null once the queue is stopped and empty.
     PacketHandle wait_pop();
 
 private:
-    PacketHandle pop_front(); // null when empty; with mutex_ held
-
     std::mutex mutex_;
     std::condition_variable changed_;
     // Guarded by mutex_.

@@ -7,10 +7,16 @@
 
 namespace corvane {
 
-// What libobs asks of an output of either type. See the two types for their threads and locks.
+// What libobs asks of an output of either type. See the two types for their threads and locks. An
+// exception that leaves one of these calls ends the stream, see output_type.cpp.
 class StreamOutput {
 public:
+    // The handle is libobs's and outlives this object.
+    explicit StreamOutput(obs_output_t *output)
+        : output_(output) {}
     virtual ~StreamOutput() = default;
+    StreamOutput(const StreamOutput &) = delete;
+    StreamOutput &operator=(const StreamOutput &) = delete;
 
     // Takes new settings, which count from the next connection on.
     virtual void update(obs_data_t *settings) = 0;
@@ -18,12 +24,21 @@ public:
     // False, with the output's last error set, without an address or when capture cannot begin.
     virtual bool start() = 0;
 
-    // `forced` when libobs does not wait for a good moment: at a destruction, and for an encoder
-    // that failed, which encoded_packet() is then told, too.
+    // `forced` when libobs does not wait for a suitable moment: at a destruction, and for an
+    // encoder that failed, which encoded_packet() is then told, too.
     virtual void stop(bool forced) = 0;
 
-    // libobs's encoder threads; null when an encoder failed.
+    // On libobs's encoder threads; null when an encoder failed.
     virtual void encoded_packet(const encoder_packet *packet) = 0;
+
+    // Ends the stream with OBS_OUTPUT_ERROR; the output's last error is set already. Any thread,
+    // with no call of the above under way on it.
+    virtual void fail() = 0;
+
+    obs_output_t *host_output() const { return output_; }
+
+protected:
+    obs_output_t *const output_;
 };
 
 inline constexpr uint32_t kVideoAndAudio = OBS_OUTPUT_VIDEO | OBS_OUTPUT_AUDIO;

@@ -124,6 +124,15 @@ void VerticalOutput::stop() {
     log_info("Vertical output stop requested (%s)", encoder_label());
 }
 
+void VerticalOutput::stop_and_release() {
+    const std::scoped_lock lock(mutex_);
+    if (active_locked()) {
+        obs_output_stop(output_);
+        log_info("Vertical output stop requested (%s)", encoder_label());
+    }
+    release_all();
+}
+
 bool VerticalOutput::is_active() const {
     const std::scoped_lock lock(mutex_);
     return active_locked();
@@ -159,6 +168,7 @@ std::optional<ConnectionState> VerticalOutput::connection_state() const {
         .phase = phase == "connecting"     ? kConnecting
                  : phase == "connected"    ? kConnected
                  : phase == "reconnecting" ? kReconnecting
+                 : phase == "stalled"      ? kStalled
                                            : kStopped,
         .failures = static_cast<uint32_t>(calldata_int(answer.get(), "failures")),
         .reason = calldata_string(answer.get(), "reason"),

@@ -17,7 +17,7 @@ class VerticalCanvas;
 
 // What the output type that keeps the connection says of it.
 struct ConnectionState {
-    enum class Phase { kStopped, kConnecting, kConnected, kReconnecting } phase;
+    enum class Phase { kStopped, kConnecting, kConnected, kReconnecting, kStalled } phase;
     uint32_t failures;  // in a row
     std::string reason; // of the last; empty without one
 };
@@ -50,6 +50,12 @@ public:
     void stop();
 
     bool is_active() const;
+
+    // Whether it keeps its connection, see OutputConfig.
+    bool resilient() const { return resilient_; }
+
+    // Stops and waits until the stream has let go of the host's video and audio.
+    void stop_and_release();
 
     // How the running stream does; nothing when none runs, or with the standard output type.
     std::optional<ConnectionState> connection_state() const;

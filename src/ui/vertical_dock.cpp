@@ -50,6 +50,11 @@ StreamStatus stream_status(const VerticalOutput *output) {
     if (connection && connection->phase == kConnecting) {
         return {.text = QStringLiteral("Connecting"), .reason = {}, .on_air = false};
     }
+    if (connection && connection->phase == kStalled) {
+        return {.text = QStringLiteral("Encoder stalled"),
+            .reason = QStringLiteral("No packet from the encoders for 10 s"),
+            .on_air = false};
+    }
     const bool on_air = active && (!connection || connection->phase != kStopped);
     return {.text = on_air ? QStringLiteral("Streaming") : QStringLiteral("Stopped"),
         .reason = {},

@@ -23,8 +23,8 @@ using testing::ElementsAre;
 
 class MuxOutputType : public MuxRig {
 protected:
-    // Runs the function at the end of libobs's part of a start: packets come from here on, while the
-    // output's own start has not gone on yet.
+    // Runs the function at the end of libobs's part of a start: packets come from here on, while
+    // the output's own start has not gone on yet.
     void while_beginning(std::function<void()> run) {
         beginning = std::move(run);
         signal_handler_connect(
@@ -74,9 +74,7 @@ TEST_F(MuxOutputType, ends_with_the_reason_when_it_cannot_connect) {
 TEST_F(MuxOutputType, ends_when_the_connection_is_refused_during_the_start) {
     create("rtmp://127.0.0.1:" + std::to_string(free_port()) + "/live", "early", {0});
     LogCapture::get().clear();
-    while_beginning([this] {
-        EXPECT_TRUE(LogCapture::get().wait_for("open_muxer fatal"));
-    });
+    while_beginning([this] { EXPECT_TRUE(LogCapture::get().wait_for("open_muxer fatal")); });
     ASSERT_TRUE(obs_output_start(output)) << last_error();
     EXPECT_TRUE(wait_until([this] { return !obs_output_active(output); }));
     EXPECT_THAT(stop_codes(), ElementsAre(OBS_OUTPUT_SUCCESS, OBS_OUTPUT_ERROR));

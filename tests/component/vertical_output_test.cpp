@@ -232,10 +232,10 @@ TEST_F(VerticalOutputTest, LeavesAnOutputBehindThatDoesNotEnd) {
         static_cast<const std::shared_future<void> *>(held)->wait();
     };
     signal_handler_t *signals = obs_output_get_signal_handler(left);
-    signal_handler_connect(signals, "deactivate", hold, const_cast<std::shared_future<void> *>(&may_end));
-    auto rescue = std::async(std::launch::async, [&] {
-        return may_end.wait_for(std::chrono::seconds(15)) == std::future_status::ready;
-    });
+    signal_handler_connect(
+        signals, "deactivate", hold, const_cast<std::shared_future<void> *>(&may_end));
+    auto rescue = std::async(std::launch::async,
+        [&] { return may_end.wait_for(std::chrono::seconds(15)) == std::future_status::ready; });
     output.reset();
     EXPECT_TRUE(host_log().has("E Vertical output did not end within 5 s and is left behind: "));
     released.set_value();

@@ -2,15 +2,23 @@
 #include "base/url.hpp"
 #include "canvas/cover_placement.hpp"
 #include "canvas/frame_rate_divisor.hpp"
-#include "mux/ffmpeg_log.hpp"
 #include "mux/packet_queue.hpp"
+#include "mux/resilient/log_redaction.hpp"
 #include "mux/retry_delay.hpp"
 #include "mux/stream_url.hpp"
 #include "mux/timestamps.hpp"
 
+#include <util/base.h>
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdarg>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
@@ -100,15 +108,51 @@ TEST(StreamUrl, keeps_its_secrets) {
         EXPECT_EQ(url.shown(), c.shown);
         EXPECT_EQ(host_of(url.url), c.host);
         EXPECT_THAT(secrets_of(url), testing::IsSupersetOf(c.secrets)) << c.server;
-        const std::string hidden = hide("cannot open " + url.url + ".", secrets_of(url));
+        const std::string hidden = redact("cannot open " + url.url + ".", secrets_of(url));
         for (const std::string &secret : c.secrets) {
             EXPECT_THAT(hidden, testing::Not(testing::HasSubstr(secret)));
         }
         EXPECT_TRUE(hidden.ends_with("***.")) << hidden;
     }
     EXPECT_EQ(
-        hide("Server error: no stream sk-45", {"sk-4567", "4567"}), "Server error: no stream ***")
+        redact("Server error: no stream sk-45", {"sk-4567", "4567"}), "Server error: no stream ***")
         << "a line that was cut";
+}
+
+// FFmpeg writes lines in pieces; a piece must not wait for a stream with other secrets. And
+// FFmpeg's log belongs to the others again when the last stream has ended.
+TEST(LogRedaction, ends_with_its_scope) {
+    static std::vector<std::string> lines;
+    const auto collect = [](int, const char *format, va_list arguments, void *) {
+        char line[256];
+        vsnprintf(line, sizeof(line), format, arguments);
+        lines.emplace_back(line);
+    };
+    base_set_log_handler(collect, nullptr);
+    const auto log = [](const std::string &secret, const char *text) {
+        const LogRedaction redaction({secret});
+        const LogRedaction::Scope scope(redaction);
+        av_log(nullptr, AV_LOG_INFO, "%s", text);
+    };
+    log("sk-first", "key sk-first");
+    log("sk-second", "key sk-second\n");
+    EXPECT_THAT(lines, testing::ElementsAre("[ffmpeg] key ***", "[ffmpeg] key ***"));
+
+    lines.clear();
+    av_log(nullptr, AV_LOG_INFO, "%s", "others\n");
+    EXPECT_THAT(lines, testing::IsEmpty()) << "the callback is still ours";
+
+    static int others = 0;
+    {
+        const LogRedaction redaction({});
+        const LogRedaction::Scope scope(redaction);
+        av_log_set_callback([](void *, int, const char *, va_list) { ++others; });
+    }
+    const int before = others;
+    av_log(nullptr, AV_LOG_INFO, "%s", "others\n");
+    EXPECT_EQ(others, before + 1) << "somebody else's callback was replaced";
+    av_log_set_callback(av_log_default_callback);
+    base_set_log_handler(nullptr, nullptr);
 }
 
 TEST(FrameRateDivisor, is_whole_or_none) {

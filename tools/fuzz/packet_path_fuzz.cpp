@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Packets of any content, time and track through preparation and gate into the queue, for both
+// Packets of any content, time and track through preparation and gate for both
 // containers: what comes out can be written to a stream that a receiver can begin to read.
 #include "check.hpp"
 #include "host_stand_in.hpp"
@@ -54,12 +54,11 @@ Buffer make_payload(FuzzedDataProvider &input) {
     return payload;
 }
 
-// The path, its queue, and what has come out so far.
+// The path, and what has come out of it so far.
 class Stream {
 public:
     Stream(bool srt, const Buffer &extradata)
         : muxer_(test::make_muxer(srt, extradata)) {
-        queue_.start();
         begin();
     }
 
@@ -78,8 +77,7 @@ public:
                                     : path_.process_audio_packet(muxer_, packet.track_idx, encoded);
         const bool filtered = muxer_.is_srt && video && !is_annexb(payload);
         check(!failure || filtered, "only the filter can refuse a packet");
-        queue_.push(PacketHandle(av_packet_alloc())); // an end mark, so that the last wait ends
-        for (PacketHandle out = queue_.wait_pop(); out->size > 0; out = queue_.wait_pop()) {
+        for (const PacketHandle &out : std::exchange(sent_, {})) {
             check_packet(*out, packet, payload, filtered);
         }
     }
@@ -120,8 +118,11 @@ private:
     }
 
     Muxer muxer_;
-    PacketQueue queue_;
-    PacketPath path_{queue_};
+    std::vector<PacketHandle> sent_;
+    PacketPath path_{[this](PacketHandle packet) {
+        sent_.push_back(std::move(packet));
+        return true;
+    }};
     std::array<int64_t, 3> last_dts_ = {};
     bool started_ = false;
 };

@@ -36,6 +36,7 @@ protected:
     void create(const std::string &server, const char *key, const std::vector<size_t> &tracks,
         const char *type = kMuxOutputId) {
         ScriptedEncoder::header_after = 0;
+        ScriptedEncoder::fails = ScriptedEncoder::stalls = false;
         const OBSDataAutoRelease settings = obs_data_create();
         obs_data_set_string(settings, "server", server.c_str());
         obs_data_set_string(settings, "key", key);

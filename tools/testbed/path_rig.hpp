@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <utility>
+#include <vector>
 
 namespace corvane::test {
 
@@ -18,13 +20,12 @@ struct Queued {
     bool operator==(const Queued &) const = default;
 };
 
-// Packets go in as from an encoder and come out as they are queued.
+// Packets go in as from an encoder and come out as they are handed over.
 class PathRig {
 public:
     explicit PathRig(bool srt, const Buffer &extradata)
         : muxer_(make_muxer(srt, extradata)) {
         EXPECT_EQ(muxer_.filter != nullptr, srt);
-        queue_.start();
         path_.begin_stream(muxer_);
     }
 
@@ -38,19 +39,17 @@ public:
         EXPECT_EQ(path_.process_audio_packet(muxer_, slot, encoded), nullptr);
     }
 
-    // The packet queued last; a packet of stream -1 when nothing was queued.
+    // The packet handed over since the last call; one of stream -1 when there is none.
     Queued next() {
-        queue_.push(PacketHandle(av_packet_alloc())); // an end mark, so that a wait ends
-        const PacketHandle packet = queue_.wait_pop();
-        const bool end_mark = packet->size == 0;
-        if (!end_mark) {
-            while (queue_.wait_pop()->size != 0) {
-                ADD_FAILURE() << "more than one packet was queued";
-            }
+        EXPECT_LE(sent_.size(), 1U) << "more than one packet";
+        if (sent_.empty()) {
+            return {{}, -1, 0, 0, 0, false};
         }
+        const PacketHandle packet = std::move(sent_.front());
+        sent_.clear();
         const Bytes bytes = payload_of(*packet);
-        return {Buffer(bytes.begin(), bytes.end()), end_mark ? -1 : packet->stream_index,
-            packet->pts, packet->dts, packet->duration, (packet->flags & AV_PKT_FLAG_KEY) != 0};
+        return {Buffer(bytes.begin(), bytes.end()), packet->stream_index, packet->pts, packet->dts,
+            packet->duration, (packet->flags & AV_PKT_FLAG_KEY) != 0};
     }
 
     bool empty() { return next().stream == -1; }
@@ -71,8 +70,11 @@ private:
     }
 
     Muxer muxer_;
-    PacketQueue queue_;
-    PacketPath path_{queue_};
+    std::vector<PacketHandle> sent_;
+    PacketPath path_{[this](PacketHandle packet) {
+        sent_.push_back(std::move(packet));
+        return true;
+    }};
     Buffer payload_;
 };
 

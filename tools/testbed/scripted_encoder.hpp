@@ -6,13 +6,18 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <thread>
 #include <vector>
 
 namespace corvane::test {
 
-// An H.264 encoder of 15-frame groups whose slices end with the frame's number.
+// An H.264 encoder of 15-frame groups whose slices end with the frame's number, from 1 to 240 again
+// and again.
 struct ScriptedEncoder {
     static inline int header_after = 0; // frames until the header can be read
+    static inline std::atomic<bool> fails = false;
+    static inline std::atomic<bool> stalls = false;    // takes frames and gives nothing
+    static inline std::atomic<std::thread::id> thread; // that encodes
 
     std::atomic<int> frames = 0;
     std::vector<uint8_t> payload;
@@ -40,10 +45,14 @@ struct ScriptedEncoder {
 
     static bool encode(void *data, encoder_frame *frame, encoder_packet *packet, bool *received) {
         auto *self = static_cast<ScriptedEncoder *>(data);
+        thread = std::this_thread::get_id();
+        if (fails || stalls) {
+            return !fails;
+        }
         const int number = self->frames++;
         packet->keyframe = number % 15 == 0;
         self->payload = {0, 0, 0, 1, static_cast<uint8_t>(packet->keyframe ? 0x65 : 0x41), 0x88,
-            static_cast<uint8_t>(number + 1)};
+            static_cast<uint8_t>(number % 240 + 1)};
         packet->data = self->payload.data();
         packet->size = self->payload.size();
         packet->type = OBS_ENCODER_VIDEO;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "mux/live_buffer.hpp"
+#include "mux/resilient/send_buffer.hpp"
 
 #include <algorithm>
 #include <functional>
@@ -17,75 +17,65 @@ SharedPacket share(const encoder_packet &packet) {
 
 } // namespace
 
-void LiveBuffer::open() {
-    const std::scoped_lock lock(mutex_);
-    empty();
-    arrived_ = seen_ = 0;
-    dropped_frames_ = dropped_sound_ = 0;
-    keyframe_wanted_ = false;
-    paused_ = false;
-    open_ = true;
-}
-
-void LiveBuffer::close() {
+void SendBuffer::close() {
     {
         const std::scoped_lock lock(mutex_);
-        empty();
-        open_ = false;
+        clear();
+        closed_ = true;
     }
     changed_.notify_all();
 }
 
-void LiveBuffer::pause() {
+void SendBuffer::pause() {
     const std::scoped_lock lock(mutex_);
     dropped_frames_ += static_cast<uint64_t>(std::ranges::count_if(packets_, &Entry::is_video));
-    empty();
+    clear();
     paused_ = true;
 }
 
-void LiveBuffer::resume() {
+void SendBuffer::resume() {
     const std::scoped_lock lock(mutex_);
-    keyframe_wanted_ = keyframe_wanted_ || paused_;
+    needs_keyframe_ = needs_keyframe_ || paused_;
     paused_ = false;
 }
 
-bool LiveBuffer::push(const encoder_packet &packet, Clock::time_point now) {
+bool SendBuffer::push(const encoder_packet &packet, Clock::time_point now) {
     {
         const std::scoped_lock lock(mutex_);
-        if (!open_ || !wanted(packet)) {
-            return open_ && !paused_;
+        if (closed_ || !accept(packet)) {
+            return !closed_ && !paused_;
         }
         packets_.emplace_back(share(packet), now);
         bytes_ += packet.size;
-        ++arrived_;
+        ++taken_;
         make_room(now);
     }
     changed_.notify_one();
     return true;
 }
 
-bool LiveBuffer::anything_yet() const {
+bool SendBuffer::has_received() const {
     const std::scoped_lock lock(mutex_);
-    return arrived_ > 0;
+    return taken_ > 0;
 }
 
-bool LiveBuffer::wanted(const encoder_packet &packet) {
+bool SendBuffer::accept(const encoder_packet &packet) {
     const bool video = packet.type == OBS_ENCODER_VIDEO;
     const bool usable = !paused_ && packet.data && packet.size > 0;
     if (usable && video && packet.keyframe) {
-        keyframe_wanted_ = false;
+        needs_keyframe_ = false;
     }
-    const bool refused = !usable || (video && keyframe_wanted_);
+    const bool refused = !usable || (video && needs_keyframe_);
     if (refused && video) {
         ++dropped_frames_;
     }
     return !refused;
 }
 
-SharedPacket LiveBuffer::wait_pop() {
+SharedPacket SendBuffer::wait_pop(Clock::time_point deadline) {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return !packets_.empty() || !open_; });
-    if (!open_) {
+    changed_.wait_until(lock, deadline, [this] { return !packets_.empty() || closed_; });
+    if (packets_.empty()) {
         return nullptr;
     }
     SharedPacket packet = std::move(packets_.front().packet);
@@ -94,24 +84,24 @@ SharedPacket LiveBuffer::wait_pop() {
     return packet;
 }
 
-bool LiveBuffer::wait_for_more(Clock::time_point until) {
+bool SendBuffer::wait_for_more(Clock::time_point deadline) {
     std::unique_lock lock(mutex_);
-    changed_.wait_until(lock, until, [this] { return arrived_ != seen_ || !open_; });
-    seen_ = arrived_;
-    return open_;
+    changed_.wait_until(lock, deadline, [this] { return taken_ != seen_ || closed_; });
+    seen_ = taken_;
+    return !closed_;
 }
 
-uint64_t LiveBuffer::dropped_frames() const {
+uint64_t SendBuffer::dropped_frames() const {
     const std::scoped_lock lock(mutex_);
     return dropped_frames_;
 }
 
-uint64_t LiveBuffer::dropped_sound() const {
+uint64_t SendBuffer::dropped_audio() const {
     const std::scoped_lock lock(mutex_);
-    return dropped_sound_;
+    return dropped_audio_;
 }
 
-float LiveBuffer::fill() const {
+float SendBuffer::fill() const {
     const std::scoped_lock lock(mutex_);
     if (packets_.empty()) {
         return 0;
@@ -121,12 +111,12 @@ float LiveBuffer::fill() const {
     return std::clamp(std::max(waited / kMaxWait, bytes), 0.0F, 1.0F);
 }
 
-void LiveBuffer::empty() {
+void SendBuffer::clear() {
     packets_.clear();
     bytes_ = 0;
 }
 
-void LiveBuffer::make_room(Clock::time_point now) {
+void SendBuffer::make_room(Clock::time_point now) {
     for (;;) {
         const auto video = std::ranges::find_if(packets_, &Entry::is_video);
         if (video == packets_.end() || (bytes_ <= kMaxBytes && now - video->arrival <= kMaxWait)) {
@@ -135,19 +125,19 @@ void LiveBuffer::make_room(Clock::time_point now) {
         drop_to_next_keyframe(video);
     }
     while (!packets_.empty() && !packets_.front().is_video() &&
-           (bytes_ > kMaxBytes || now - packets_.front().arrival > kMaxSoundWait)) {
+           (bytes_ > kMaxBytes || now - packets_.front().arrival > kMaxAudioWait)) {
         bytes_ -= packets_.front().packet->size;
         packets_.pop_front();
-        ++dropped_sound_;
+        ++dropped_audio_;
     }
 }
 
-// The first keyframe after the oldest video packet begins what is kept; without one all video
-// goes, and what comes until a keyframe too.
-void LiveBuffer::drop_to_next_keyframe(const std::deque<Entry>::iterator &oldest_video) {
+// Keeps video from the first keyframe after the oldest video packet on. Without one all video goes,
+// and so does what arrives until the next keyframe.
+void SendBuffer::drop_to_next_keyframe(const std::deque<Entry>::iterator &oldest_video) {
     const auto keyframe = std::find_if(std::next(oldest_video), packets_.end(),
         [](const Entry &entry) { return entry.is_video() && entry.packet->keyframe; });
-    keyframe_wanted_ = keyframe == packets_.end();
+    needs_keyframe_ = keyframe == packets_.end();
     const auto kept = std::stable_partition(
         oldest_video, keyframe, [](const Entry &entry) { return !entry.is_video(); });
     dropped_frames_ += static_cast<uint64_t>(std::distance(kept, keyframe));

@@ -13,16 +13,16 @@ extern "C" {
 
 namespace corvane {
 
-// Ends FFmpeg's blocking network calls: when the call's own time is over, or when the stream is to
-// end. FFmpeg asks several times a second. Any thread.
+// Ends FFmpeg's blocking network calls when their own deadline or that of the whole stream has
+// passed. FFmpeg polls it several times a second. Thread-safe.
 class Interrupt {
 public:
     using Duration = std::chrono::microseconds;
 
-    // The calls that follow have so long.
+    // Sets the deadline for the next blocking calls.
     void allow(Duration time) { call_deadline_us_ = av_gettime_relative() + time.count(); }
 
-    // Whatever runs, and comes after it, has to be over within that time.
+    // Sets the deadline for all calls from now on; an earlier one stays.
     void end_within(Duration time) {
         end_deadline_us_ = std::min(end_deadline_us_.load(), av_gettime_relative() + time.count());
     }
@@ -31,7 +31,7 @@ public:
         return av_gettime_relative() >= std::min(call_deadline_us_.load(), end_deadline_us_.load());
     }
 
-    // For this object's lifetime.
+    // Valid as long as this object.
     AVIOInterruptCB callback() {
         return {.callback = [](void *self) -> int {
                     return static_cast<const Interrupt *>(self)->expired();

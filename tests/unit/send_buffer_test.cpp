@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // What a network that does not keep up makes of the packets that wait for it.
-#include "mux/live_buffer.hpp"
+#include "mux/resilient/send_buffer.hpp"
 
 #include <obs-avc.h>
 #include <util/bmem.h>
@@ -17,11 +17,11 @@ namespace {
 
 constexpr size_t kMegabyte = 1U << 20U;
 
-using Clock = LiveBuffer::Clock;
+using Clock = SendBuffer::Clock;
 
 // "K" a keyframe, "v" another picture, "a" sound; each of one megabyte, as libobs allocates them.
 uint64_t push(
-    LiveBuffer &buffer, char kind, Clock::time_point now = Clock::now(), size_t size = kMegabyte) {
+    SendBuffer &buffer, char kind, Clock::time_point now = Clock::now(), size_t size = kMegabyte) {
     auto *block = static_cast<uint8_t *>(bmalloc(sizeof(long) + kMegabyte));
     *reinterpret_cast<long *>(block) = 1;
     encoder_packet packet = {};
@@ -35,7 +35,7 @@ uint64_t push(
     return buffer.dropped_frames() - before;
 }
 
-std::string push_all(LiveBuffer &buffer, const std::string &kinds) {
+std::string push_all(SendBuffer &buffer, const std::string &kinds) {
     std::string dropped;
     for (const char kind : kinds) {
         dropped += std::to_string(push(buffer, kind)) + " ";
@@ -43,10 +43,10 @@ std::string push_all(LiveBuffer &buffer, const std::string &kinds) {
     return dropped;
 }
 
-std::string contents(LiveBuffer &buffer) {
+std::string contents(SendBuffer &buffer) {
     std::string kinds;
     while (buffer.fill() > 0) {
-        const SharedPacket packet = buffer.wait_pop();
+        const SharedPacket packet = buffer.wait_pop(Clock::now());
         kinds += packet->type == OBS_ENCODER_AUDIO ? 'a' : packet->keyframe ? 'K' : 'v';
     }
     return kinds;
@@ -55,13 +55,9 @@ std::string contents(LiveBuffer &buffer) {
 } // namespace
 
 // Sound must outlive the pictures, and what is left of them must be decodable.
-TEST(LiveBuffer, drops_whole_groups_of_pictures_first) {
+TEST(SendBuffer, drops_whole_groups_of_pictures_first) {
     const long before = bnum_allocs();
-    LiveBuffer buffer;
-    EXPECT_EQ(push(buffer, 'K'), 0U);
-    EXPECT_EQ(contents(buffer), "") << "took a packet before it was opened";
-
-    buffer.open();
+    SendBuffer buffer;
     push_all(buffer, "Kvav" + std::string(56, 'v') + "Kavv");
     EXPECT_EQ(push(buffer, 'v'), 59U) << "the 65th megabyte costs the first group";
     EXPECT_EQ(contents(buffer), "aKavvv");
@@ -77,7 +73,7 @@ TEST(LiveBuffer, drops_whole_groups_of_pictures_first) {
     // Sound alone is bounded, too: the oldest goes.
     push_all(buffer, std::string(70, 'a'));
     EXPECT_EQ(contents(buffer), std::string(64, 'a'));
-    EXPECT_EQ(buffer.dropped_sound(), 6U);
+    EXPECT_EQ(buffer.dropped_audio(), 6U);
 
     // A connection that was gone begins with a keyframe; what it missed is counted.
     push_all(buffer, "Kv");
@@ -90,15 +86,14 @@ TEST(LiveBuffer, drops_whole_groups_of_pictures_first) {
 
     push_all(buffer, "Kva");
     buffer.close();
-    EXPECT_EQ(buffer.wait_pop(), nullptr);
+    EXPECT_EQ(buffer.wait_pop(Clock::now()), nullptr);
     EXPECT_EQ(bnum_allocs(), before) << "kept packets";
 }
 
 // A line that is too slow must cost pictures and not tear holes into the sound.
-TEST(LiveBuffer, lets_sound_wait_longer_than_pictures) {
+TEST(SendBuffer, lets_sound_wait_longer_than_pictures) {
     using namespace std::chrono_literals;
-    LiveBuffer buffer;
-    buffer.open();
+    SendBuffer buffer;
     const Clock::time_point begin = Clock::now();
     for (const auto &[kind, after, dropped] :
         {std::tuple('a', 0ms, 0U), {'K', 10ms, 0U}, {'v', 500ms, 0U}, {'K', 1000ms, 0U},
@@ -106,8 +101,8 @@ TEST(LiveBuffer, lets_sound_wait_longer_than_pictures) {
         EXPECT_EQ(push(buffer, kind, begin + after), dropped) << after.count();
     }
     EXPECT_EQ(push(buffer, 'K', begin + 5995ms, 0), 1U) << "an empty packet is nothing to send";
-    EXPECT_EQ(buffer.dropped_sound(), 0U);
+    EXPECT_EQ(buffer.dropped_audio(), 0U);
     push(buffer, 'a', begin + 6002ms);
-    EXPECT_EQ(buffer.dropped_sound(), 1U);
+    EXPECT_EQ(buffer.dropped_audio(), 1U);
     EXPECT_EQ(contents(buffer), "aaa");
 }

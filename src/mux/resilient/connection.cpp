@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "mux/resilient/connection.hpp"
+
+#include "mux/connection.hpp"
+#include "mux/resilient/stream_timeouts.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace corvane {
+
+namespace {
+
+// How long the muxer waits for a packet of every track, in FFmpeg's microseconds.
+constexpr int64_t kMaxInterleaveDeltaUs = 1'000'000;
+
+} // namespace
+
+Connection::Connection(Muxer muxer, StreamUrl url)
+    : muxer_(std::move(muxer))
+    , url_(std::move(url))
+    , redaction_(secrets_of(url_)) {
+    muxer_.context->max_interleave_delta = kMaxInterleaveDeltaUs;
+    muxer_.context->interrupt_callback = interrupt_.callback();
+    interrupt_.allow(stream_timeouts.connect);
+}
+
+Connection::~Connection() {
+    close();
+}
+
+std::optional<StreamError> Connection::open() {
+    const LogRedaction::Scope scope(redaction_);
+    AVFormatContext &context = *muxer_.context;
+    Dictionary options = connection_options(url_);
+    if (const int error = open_connection(context, url_, options)) {
+        return StreamError{.call = "avio_open2", .code = error, .message = kConnectFailed};
+    }
+    if (const int error = avformat_write_header(&context, options.get()); error < 0) {
+        return StreamError{
+            .call = "avformat_write_header", .code = error, .message = kWriteHeaderFailed};
+    }
+    open_ = true;
+    return std::nullopt;
+}
+
+int Connection::write(AVPacket &packet) {
+    const LogRedaction::Scope scope(redaction_);
+    interrupt_.allow(stream_timeouts.write);
+    return av_interleaved_write_frame(muxer_.context.get(), &packet);
+}
+
+int Connection::lost() const {
+    return std::min(muxer_.context->pb->error, 0);
+}
+
+uint64_t Connection::bytes() const {
+    const AVIOContext *io = muxer_.context ? muxer_.context->pb : nullptr;
+    return io ? static_cast<uint64_t>(io->bytes_written) : 0;
+}
+
+void Connection::close() {
+    if (!muxer_.is_open()) {
+        return;
+    }
+    const LogRedaction::Scope scope(redaction_);
+    interrupt_.allow(stream_timeouts.close);
+    if (open_ && lost() == 0) {
+        av_write_trailer(muxer_.context.get());
+    }
+    close_connection(*muxer_.context);
+    muxer_ = {};
+}
+
+} // namespace corvane

@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The session's state, shared between the network thread and libobs's threads.
+#include "mux/resilient/stream_session.hpp"
+
+#include "base/log.hpp"
+
+#include <exception>
+#include <utility>
+
+#include <util/threading.h>
+
+namespace corvane {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// For the trailer and a clean close, so that a stop takes less than a second.
+constexpr auto kCloseOnEnd = 500ms;
+constexpr auto kLogInterval = 1s;
+// A failure that libobs reports later than this after the stop is told by a second "stop".
+constexpr auto kEncoderFailureGap = 300ms;
+
+} // namespace
+
+StreamSession::StreamSession(obs_output_t *output, std::function<StreamSettings()> settings)
+    : output_(output)
+    , settings_(std::move(settings)) {}
+
+void StreamSession::run() {
+    os_set_thread_name("corvane: network");
+    try {
+        stream();
+    } catch (const std::exception &error) {
+        log_error("Stream ended: %s", error.what());
+        obs_output_set_last_error(output_, error.what());
+        end(OBS_OUTPUT_ERROR);
+        const std::scoped_lock lock(mutex_);
+        connection_.reset();
+    }
+    tell_the_end();
+}
+
+void StreamSession::capture_began(bool success) {
+    {
+        const std::scoped_lock lock(mutex_);
+        capture_ = success ? Capture::kRunning : Capture::kRefused;
+    }
+    changed_.notify_all();
+    if (!success) {
+        end(OBS_OUTPUT_SUCCESS);
+    }
+}
+
+void StreamSession::end(int code) {
+    const std::scoped_lock lock(mutex_);
+    if (!wanted_locked()) {
+        return;
+    }
+    phase_ = Phase::kEnding;
+    end_code_ = code;
+    if (connection_) {
+        connection_->interrupt().end_within(connection_->is_open() ? kCloseOnEnd : 0ms);
+    }
+    buffer_.close();
+    changed_.notify_all();
+}
+
+bool StreamSession::stop(bool forced) {
+    {
+        const std::scoped_lock lock(mutex_);
+        if (phase_ >= Phase::kTellingEnd) {
+            return true;
+        }
+        if (forced && !forced_at_) {
+            forced_at_ = Clock::now();
+        }
+    }
+    end(OBS_OUTPUT_SUCCESS);
+    return false;
+}
+
+void StreamSession::encoder_failed() {
+    end(OBS_OUTPUT_ENCODE_ERROR);
+    std::unique_lock lock(mutex_);
+    if (!forced_at_ || end_code_ != OBS_OUTPUT_SUCCESS) {
+        return; // told, or being told, or the stream ended with another error
+    }
+    end_code_ = OBS_OUTPUT_ENCODE_ERROR;
+    if (phase_ == Phase::kEnding) {
+        changed_.notify_all();
+        return;
+    }
+    changed_.wait(lock, [this] { return phase_ == Phase::kEnded; });
+    lock.unlock();
+    obs_output_signal_stop(output_, OBS_OUTPUT_ENCODE_ERROR);
+}
+
+void StreamSession::push(const encoder_packet &packet) {
+    if (buffer_.push(packet)) {
+        report_drops();
+    }
+}
+
+bool StreamSession::wanted() const {
+    const std::scoped_lock lock(mutex_);
+    return wanted_locked();
+}
+
+StreamSession::Report StreamSession::report() const {
+    const auto phase_name = [this] {
+        if (stalled_ && wanted_locked()) {
+            return "stalled";
+        }
+        switch (phase_) {
+        case Phase::kConnecting:
+            return "connecting";
+        case Phase::kConnected:
+            return "connected";
+        case Phase::kReconnecting:
+            return "reconnecting";
+        default:
+            return "stopped";
+        }
+    };
+    const std::scoped_lock lock(mutex_);
+    return {.phase = phase_name(), .failures = wanted_locked() ? failures_ : 0, .reason = reason_};
+}
+
+int StreamSession::dropped_frames() const {
+    return static_cast<int>(buffer_.dropped_frames()) + bad_frames_;
+}
+
+void StreamSession::report_drops() {
+    const uint64_t frames = buffer_.dropped_frames();
+    const uint64_t audio = buffer_.dropped_audio();
+    const auto now = Clock::now();
+    if ((frames == logged_frames_ && audio == logged_audio_) ||
+        now - drops_logged_at_ < kLogInterval) {
+        return;
+    }
+    if (frames != logged_frames_) {
+        log_warning("video frames dropped: %d, %d in all",
+            static_cast<int>(frames - logged_frames_), static_cast<int>(frames));
+    }
+    if (audio != logged_audio_) {
+        log_warning("audio packets dropped: %d, %d in all", static_cast<int>(audio - logged_audio_),
+            static_cast<int>(audio));
+    }
+    logged_frames_ = frames;
+    logged_audio_ = audio;
+    drops_logged_at_ = now;
+}
+
+void StreamSession::count_bad_packet(bool video, const char *reason) {
+    bad_frames_ += video ? 1 : 0;
+    ++bad_packets_;
+    const auto now = Clock::now();
+    if (now - bad_packet_logged_ >= kLogInterval) {
+        log_warning("packet dropped: %s; %d in all", reason, bad_packets_);
+        bad_packet_logged_ = now;
+    }
+}
+
+// libobs takes no end before it has begun. The call may let another thread, or a handler of "stop"
+// on this one, destroy the output: nothing of the output is used after it.
+void StreamSession::tell_the_end() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return capture_ != Capture::kBeginning; });
+    if (forced_at_) {
+        changed_.wait_until(lock, *forced_at_ + kEncoderFailureGap,
+            [this] { return end_code_ != OBS_OUTPUT_SUCCESS; });
+    }
+    const int code = end_code_;
+    const bool capturing = capture_ == Capture::kRunning;
+    phase_ = Phase::kTellingEnd;
+    lock.unlock();
+    if (capturing && code == OBS_OUTPUT_SUCCESS) {
+        obs_output_end_data_capture(output_);
+    } else if (capturing) {
+        obs_output_signal_stop(output_, code);
+    }
+    lock.lock();
+    phase_ = Phase::kEnded;
+    changed_.notify_all();
+}
+
+} // namespace corvane

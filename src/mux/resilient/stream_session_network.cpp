@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// What the network thread does: connecting, sending, hanging up, reconnecting.
+#include "base/log.hpp"
+#include "mux/connection.hpp"
+#include "mux/resilient/packet_sender.hpp"
+#include "mux/resilient/run_abandonable.hpp"
+#include "mux/resilient/stream_session.hpp"
+#include "mux/resilient/stream_timeouts.hpp"
+#include "mux/retry_delay.hpp"
+
+#include <system_error>
+#include <utility>
+
+namespace corvane {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// Encoders have headers with their first packets; a track without one by then stays out.
+constexpr std::chrono::milliseconds kAudioHeaderTimeout = 1s;
+// Some servers accept a stream and throw it out at once: a connection is stable once it has carried
+// video for this long.
+constexpr auto kStableAfter = 2s;
+constexpr const char *kNothingToSend = "The encoders deliver nothing that could be sent";
+
+// FFmpeg's texts for these two are about files and programs.
+std::string reason_of(const StreamError &error) {
+    switch (error.code) {
+    case 0:
+        return error.message;
+    case AVERROR_EOF:
+        return "The server closed the connection";
+    case AVERROR_EXIT:
+        return error_text(AVERROR(ETIMEDOUT));
+    default:
+        return error_text(error.code);
+    }
+}
+
+// What build_muxer() failed with is the output's last error.
+StreamError build_error(OpenResult result, obs_output_t *output) {
+    const char *text = result == OpenResult::kFatal ? obs_output_get_last_error(output) : nullptr;
+    return {.call = "build_muxer", .code = 0, .message = text ? text : kNothingToSend};
+}
+
+} // namespace
+
+// Without a first connection there is no stream, and the user is told why. Later ones are retried
+// until the user stops.
+void StreamSession::stream() {
+    bool was_connected = false;
+    while (wanted()) {
+        const std::optional<StreamError> error = connect();
+        if (error && wanted()) {
+            not_connected(*error);
+        }
+        if (!error && wanted()) {
+            was_connected = true;
+            send_until_lost();
+        } else if (!was_connected) {
+            end(OBS_OUTPUT_ERROR);
+        }
+        hang_up();
+        wait_before_retry();
+    }
+}
+
+std::optional<StreamError> StreamSession::connect() {
+    if (std::optional<StreamError> error = wait_for_headers(); error || !wanted()) {
+        return error;
+    }
+    const auto begin = Clock::now();
+    std::optional<StreamError> error = open_connection();
+    if (!error && wanted()) {
+        connect_time_ms_ = static_cast<int>((Clock::now() - begin) / 1ms);
+        buffer_.resume();
+        log_opened(connection_->muxer(), connection_->url().shown().c_str());
+    }
+    return error;
+}
+
+// libobs hands out the first packet when every encoder has delivered one.
+std::optional<StreamError> StreamSession::wait_for_headers() {
+    const auto begin = Clock::now();
+    for (;;) {
+        const EncoderHeaders headers =
+            buffer_.has_received() ? encoder_headers(output_) : EncoderHeaders::kMissing;
+        const bool usable = headers == EncoderHeaders::kUsable;
+        const auto deadline = begin + (usable ? kAudioHeaderTimeout : stream_timeouts.encoders);
+        const bool too_late = Clock::now() >= deadline;
+        if (headers == EncoderHeaders::kComplete || (usable && too_late)) {
+            return std::nullopt;
+        }
+        if (too_late) {
+            return StreamError{.message = kNothingToSend};
+        }
+        if (!buffer_.wait_for_more(deadline)) {
+            return std::nullopt; // the stream is to end
+        }
+    }
+}
+
+// What nothing interrupts, a name lookup above all, is abandoned with its connection.
+std::optional<StreamError> StreamSession::open_connection() {
+    const StreamSettings settings = settings_();
+    Muxer muxer;
+    if (const OpenResult result = build_muxer(output_, settings, muxer);
+        result != OpenResult::kOpened) {
+        return build_error(result, output_);
+    }
+    const auto connection = std::make_shared<Connection>(std::move(muxer), settings.url);
+    {
+        const std::scoped_lock lock(mutex_);
+        if (!wanted_locked()) {
+            return std::nullopt;
+        }
+        connection_ = connection;
+    }
+    const auto error = std::make_shared<std::optional<StreamError>>();
+    if (run_abandonable([connection, error] { *error = connection->open(); },
+            [&] { return connection->interrupt().expired(); })) {
+        return *error;
+    }
+    const std::scoped_lock lock(mutex_);
+    connection_.reset();
+    return StreamError{.call = "avio_open2", .code = AVERROR(ETIMEDOUT), .message = kConnectFailed};
+}
+
+void StreamSession::not_connected(const StreamError &error) {
+    const std::string reason = reason_of(error);
+    uint32_t failures = 0;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (phase_ == Phase::kReconnecting) {
+            failures = failures_++;
+            reason_ = reason;
+        }
+    }
+    if (failures > 0) {
+        log_warning("reconnect %u failed: %s (code %d), next attempt in %u s", failures,
+            reason.c_str(), error.code,
+            static_cast<unsigned>(retry_delay_ns(failures + 1) / kRetryStepNs));
+        return;
+    }
+    if (error.call) {
+        log_error("%s failed: %s (code %d)", error.call, reason.c_str(), error.code);
+    } else {
+        log_error("%s", reason.c_str());
+    }
+    obs_output_set_last_error(output_, error.message.c_str());
+}
+
+void StreamSession::send_until_lost() {
+    Connection &connection = *connection_;
+    PacketSender sender(
+        connection, [this](bool video, const char *reason) { count_bad_packet(video, reason); });
+    bool stable = false;
+    bool stalled = false;
+    while (connection.lost() == 0) {
+        const SharedPacket packet = buffer_.wait_pop(Clock::now() + stream_timeouts.encoders);
+        if (!packet && !wanted()) {
+            return;
+        }
+        if (stalled != !packet) {
+            stalled = !packet;
+            set_stalled(stalled);
+        }
+        if (!packet) {
+            continue;
+        }
+        sender.send(*packet);
+        bytes_ = earlier_bytes_ + connection.bytes();
+        if (!stable && connection.lost() == 0 && sender.sending_time() >= kStableAfter) {
+            stable = true;
+            became_stable();
+        }
+    }
+    if (wanted()) {
+        connection_lost(stable);
+    }
+}
+
+void StreamSession::became_stable() {
+    bool again = false;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (!wanted_locked()) {
+            return;
+        }
+        again = phase_ == Phase::kReconnecting;
+        phase_ = Phase::kConnected;
+        failures_ = 0;
+        reason_.clear();
+    }
+    if (again) {
+        log_info("reconnect succeeded");
+    }
+}
+
+void StreamSession::set_stalled(bool stalled) {
+    if (stalled) {
+        log_warning("no packet from the encoders for %d s",
+            static_cast<int>(stream_timeouts.encoders / 1s));
+    } else {
+        log_info("the encoders deliver again");
+    }
+    const std::scoped_lock lock(mutex_);
+    stalled_ = stalled;
+}
+
+void StreamSession::connection_lost(bool stable) {
+    const int code = connection_->lost();
+    std::string reason = reason_of({.code = code, .message = {}});
+    log_warning("connection lost: %s (code %d), reconnecting", reason.c_str(), code);
+    if (!stable) {
+        reason += " right after it was made — check server URL and stream key";
+    }
+    const std::scoped_lock lock(mutex_);
+    if (wanted_locked()) {
+        phase_ = Phase::kReconnecting;
+        stalled_ = false;
+        ++failures_;
+        reason_ = std::move(reason);
+    }
+}
+
+// libsrt takes a second to clear up after its last connection, which nothing interrupts: longer
+// than a stop may take.
+void StreamSession::hang_up() {
+    buffer_.pause();
+    const std::shared_ptr<Connection> connection = connection_;
+    if (!connection) {
+        return;
+    }
+    earlier_bytes_ += connection->bytes();
+    connection->interrupt().allow(stream_timeouts.close);
+    try {
+        run_abandonable([connection] { connection->close(); },
+            [&] { return connection->interrupt().expired(); });
+    } catch (const std::system_error &) {
+        connection->close(); // no thread to be had
+    }
+    const std::scoped_lock lock(mutex_);
+    connection_.reset();
+}
+
+void StreamSession::wait_before_retry() {
+    std::unique_lock lock(mutex_);
+    const std::chrono::nanoseconds delay(retry_delay_ns(failures_));
+    changed_.wait_for(lock, delay, [this] { return !wanted_locked(); });
+}
+
+} // namespace corvane
