@@ -15,45 +15,55 @@ using namespace std::chrono_literals;
 
 constexpr auto kPollInterval = 20ms;
 
-struct Threads {
-    std::mutex mutex; // guards everything below
+struct Abandoned {
+    std::mutex mutex; // guards everything below, and each Call
     std::condition_variable changed;
-    int running = 0;
+    int threads = 0;
     bool process_ends = false;
 };
 
+struct Call {
+    bool done = false;
+    bool abandoned = false;
+};
+
 // Never destroyed: an abandoned thread may outlive all static objects.
-Threads &threads() {
-    static auto *all = new Threads;
+Abandoned &abandoned() {
+    static auto *all = new Abandoned;
     return *all;
 }
 
-// libobs, the host and static objects are gone or going: whatever the thread did next could crash.
-void stay_out_of_a_process_that_ends() {
-    Threads &all = threads();
+// After the end of the process has begun, libobs, the host and static objects are gone or going:
+// whatever an abandoned thread did next could crash.
+void finish(Call &call, std::function<void()> &work) {
+    Abandoned &all = abandoned();
     std::unique_lock lock(all.mutex);
-    all.changed.wait(lock, [&] { return !all.process_ends; });
+    all.changed.wait(lock, [&] { return !(call.abandoned && all.process_ends); });
+    if (call.abandoned) {
+        lock.unlock();
+        work = nullptr; // may be the last owner of what it used
+        lock.lock();
+        --all.threads;
+    }
+    call.done = true;
+    all.changed.notify_all();
 }
 
 } // namespace
 
 bool run_abandonable(std::function<void()> work, const std::function<bool()> &expired) {
-    Threads &all = threads();
-    const auto done = std::make_shared<bool>(false); // guarded by all.mutex
-    std::unique_lock lock(all.mutex);
-    std::thread thread([&all, done, work = std::move(work)]() mutable {
+    const auto call = std::make_shared<Call>();
+    std::thread([call, work = std::move(work)]() mutable {
         work();
-        stay_out_of_a_process_that_ends();
-        work = nullptr;
-        const std::scoped_lock lock(all.mutex);
-        --all.running;
-        *done = true;
-        all.changed.notify_all();
-    });
-    thread.detach();
-    ++all.running;
-    while (!all.changed.wait_for(lock, kPollInterval, [&] { return *done; })) {
+        finish(*call, work);
+    }).detach();
+
+    Abandoned &all = abandoned();
+    std::unique_lock lock(all.mutex);
+    while (!all.changed.wait_for(lock, kPollInterval, [&] { return call->done; })) {
         if (expired()) {
+            call->abandoned = true;
+            ++all.threads;
             return false;
         }
     }
@@ -61,9 +71,9 @@ bool run_abandonable(std::function<void()> work, const std::function<bool()> &ex
 }
 
 bool finish_abandoned_threads(std::chrono::milliseconds limit) {
-    Threads &all = threads();
+    Abandoned &all = abandoned();
     std::unique_lock lock(all.mutex);
-    const bool finished = all.changed.wait_for(lock, limit, [&] { return all.running == 0; });
+    const bool finished = all.changed.wait_for(lock, limit, [&] { return all.threads == 0; });
     all.process_ends = !finished;
     return finished;
 }
