@@ -5,7 +5,7 @@
 namespace corvane {
 
 MuxOutput::MuxOutput(obs_data_t *settings, obs_output_t *output)
-    : StreamOutput(output) {
+    : output_(output) {
     settings_.read(settings);
 }
 

@@ -38,6 +38,7 @@ public:
     void stop(bool forced) override;
     void encoded_packet(const encoder_packet *packet) override;
     void fail() override;
+    obs_output_t *handle() const override { return output_; }
 
 private:
     // Who ends the capture: libobs takes no end while it begins one, so whatever ends the stream
@@ -63,6 +64,7 @@ private:
     void stop_on_failure(const char *failure);
     void attempt_reconnect(const encoder_packet &packet);
 
+    obs_output_t *const output_;
     PacketQueue queue_; // thread-safe
     std::atomic<Capture> capture_ = Capture::kStopped;
 

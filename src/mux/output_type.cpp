@@ -40,7 +40,7 @@ bool call_guarded(obs_output_t *output, Call call) noexcept {
 // The same, and the stream ends.
 template <typename Call>
 void call_or_fail(void *data, Call call) noexcept {
-    if (data && !call_guarded(self(data)->host_output(), [&] { call(*self(data)); })) {
+    if (data && !call_guarded(self(data)->handle(), [&] { call(*self(data)); })) {
         self(data)->fail();
     }
 }
@@ -68,7 +68,7 @@ bool cv_mux_start(void *data) noexcept {
     log_info("cv_mux_start called");
     bool started = false;
     return data &&
-           call_guarded(self(data)->host_output(), [&] { started = self(data)->start(); }) &&
+           call_guarded(self(data)->handle(), [&] { started = self(data)->start(); }) &&
            started;
 }
 

@@ -11,9 +11,7 @@ namespace corvane {
 // exception that leaves one of these calls ends the stream, see output_type.cpp.
 class StreamOutput {
 public:
-    // The handle is libobs's and outlives this object.
-    explicit StreamOutput(obs_output_t *output)
-        : output_(output) {}
+    StreamOutput() = default;
     virtual ~StreamOutput() = default;
     StreamOutput(const StreamOutput &) = delete;
     StreamOutput &operator=(const StreamOutput &) = delete;
@@ -35,10 +33,8 @@ public:
     // with no call of the above under way on it.
     virtual void fail() = 0;
 
-    obs_output_t *host_output() const { return output_; }
-
-protected:
-    obs_output_t *const output_;
+    // libobs's handle of this output.
+    virtual obs_output_t *handle() const = 0;
 };
 
 inline constexpr uint32_t kVideoAndAudio = OBS_OUTPUT_VIDEO | OBS_OUTPUT_AUDIO;

@@ -74,7 +74,7 @@ TEST_F(MuxOutputType, ends_with_the_reason_when_it_cannot_connect) {
 TEST_F(MuxOutputType, ends_when_the_connection_is_refused_during_the_start) {
     create("rtmp://127.0.0.1:" + std::to_string(free_port()) + "/live", "early", {0});
     LogCapture::get().clear();
-    while_beginning([this] { EXPECT_TRUE(LogCapture::get().wait_for("open_muxer fatal")); });
+    while_beginning([] { EXPECT_TRUE(LogCapture::get().wait_for("open_muxer fatal")); });
     ASSERT_TRUE(obs_output_start(output)) << last_error();
     EXPECT_TRUE(wait_until([this] { return !obs_output_active(output); }));
     EXPECT_THAT(stop_codes(), ElementsAre(OBS_OUTPUT_SUCCESS, OBS_OUTPUT_ERROR));

@@ -54,7 +54,11 @@ void PacketSender::send(const encoder_packet &packet) {
         on_dropped_(video, "too large");
         return;
     }
-    if (!origin_ && !begin_at(packet, encoded)) {
+    if (!origin_ && video && packet.keyframe) {
+        origin_ = origin_at(encoded);
+        begun_at_ = std::chrono::steady_clock::now();
+    }
+    if (!origin_) {
         return;
     }
     shift(encoded, *origin_);
@@ -70,15 +74,6 @@ void PacketSender::send(const encoder_packet &packet) {
     if (failure) {
         on_dropped_(video, failure);
     }
-}
-
-bool PacketSender::begin_at(const encoder_packet &packet, const EncodedPacket &encoded) {
-    if (packet.type != OBS_ENCODER_VIDEO || !packet.keyframe) {
-        return false;
-    }
-    origin_ = origin_at(encoded);
-    begun_at_ = std::chrono::steady_clock::now();
-    return true;
 }
 
 // An error that does not cost the connection costs the packet.

@@ -31,7 +31,6 @@ public:
     std::chrono::steady_clock::duration sending_time() const;
 
 private:
-    bool begin_at(const encoder_packet &packet, const EncodedPacket &encoded);
     bool write(PacketHandle packet);
 
     Connection &connection_;

@@ -6,7 +6,7 @@
 namespace corvane {
 
 ResilientOutput::ResilientOutput(obs_data_t *settings, obs_output_t *output)
-    : StreamOutput(output) {
+    : output_(output) {
     settings_.read(settings);
     proc_handler_add(obs_output_get_proc_handler(output_),
         "void connection_state(out string phase, out int failures, out string reason)",

@@ -29,6 +29,7 @@ public:
     void stop(bool forced) override;
     void encoded_packet(const encoder_packet *packet) override;
     void fail() override;
+    obs_output_t *handle() const override { return output_; }
 
     // The host's statistics of the present or last stream. Thread-safe.
     uint64_t total_bytes() const;
@@ -42,6 +43,7 @@ private:
     void end_thread();
     static void report_state(void *self, calldata_t *answer);
 
+    obs_output_t *const output_;
     std::thread thread_; // used by the threads that start and destroy
 
     mutable std::mutex mutex_; // guards everything below
