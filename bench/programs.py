@@ -92,7 +92,7 @@ def instructions(setting: Setting) -> Iterator[Report]:
     for output in GROWING[:2] if setting.quick else OUTPUTS[:5]:
         with tempfile.TemporaryDirectory() as folder:
             # A renderer that makes no machine code: valgrind would translate it anew all the time.
-            run(setting, "packet_bench", "--benchmark_min_time=10x", f"--benchmark_filter=^{output}{USUAL_NAME}",
+            run(setting, "packet_bench", "--benchmark_min_time=5x", f"--benchmark_filter=^{output}{USUAL_NAME}",
                 under=["valgrind", "-q", "--tool=callgrind", "--instr-atstart=no", "--separate-threads=yes",
                        "--toggle-collect=measured_callback", "--compress-strings=no",
                        f"--callgrind-out-file={folder}/out"], GALLIUM_DRIVER="softpipe")
@@ -109,7 +109,7 @@ def scenes(setting: Setting) -> Iterator[Report]:
     flags = (["--benchmark_min_time=0.005s", "--benchmark_filter=/(10|100)$|/(10|100)/"] if setting.quick
              else ["--benchmark_min_time=0.05s"])
     rounds: Rounds = defaultdict(list)  # operation → times by number of scenes
-    for _ in setting.rounds(minutes=3):
+    for _ in setting.rounds(minutes=2):
         complexity, times = {}, defaultdict(dict)
         for entry in run(setting, "scene_bench", *flags):
             operation, count, *_ = entry["name"].split("/")
