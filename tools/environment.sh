@@ -22,7 +22,7 @@ root_dir() { echo "$cache_dir/root-$(package_list | sha256sum | cut -c1-12)"; }
 machine_is_enough() {
   local tool
   for tool in obs ffmpeg ffprobe nginx srt-live-transmit Xvfb openbox xdotool import cmake ninja g++ \
-    clang-format clang-tidy pkg-config pytest-3 strace valgrind; do
+    clang-format clang-tidy pkg-config pytest-3 valgrind; do
     command -v "$tool" >/dev/null || return 1
   done
   pkg-config --atleast-version=32 libobs obs-frontend-api 2>/dev/null &&
