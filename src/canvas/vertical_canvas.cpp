@@ -199,12 +199,27 @@ void VerticalCanvas::shutdown() {
     scenes_.clear();
     active_index_ = kNoScene;
 
-    obs_view_remove(view_.get());
-    view_.reset();
+    remove_view();
     audio_ = nullptr;
     video_ = nullptr;
     initialised_ = false;
     log_info("Canvas shut down");
+}
+
+void VerticalCanvas::keep_video_for(OBSOutputAutoRelease output) {
+    const std::scoped_lock lock(mutex_);
+    lingering_output_ = std::move(output);
+}
+
+void VerticalCanvas::remove_view() {
+    if (lingering_output_ && obs_output_active(lingering_output_)) {
+        [[maybe_unused]] const obs_output_t *kept = obs_output_get_ref(lingering_output_);
+        [[maybe_unused]] const obs_view_t *kept_view = view_.release();
+    } else {
+        obs_view_remove(view_.get());
+        view_.reset();
+    }
+    lingering_output_ = nullptr;
 }
 
 void VerticalCanvas::clear_active_audio() {

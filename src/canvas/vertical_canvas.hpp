@@ -47,6 +47,10 @@ public:
     // initialised. A new init may follow.
     void shutdown();
 
+    // Takes over an output that should have ended and may still use the video and the audio. Unless
+    // it has ended by the shutdown, view and output are never released.
+    void keep_video_for(OBSOutputAutoRelease output);
+
     // Unlocked reads, for the thread that runs init, shutdown and the host's video resets.
     // Sizes in pixels. The video output changes with every reset of the host's video.
     uint32_t width() const { return config_.width; }
@@ -106,6 +110,7 @@ private:
     void follow_rate_of(const obs_video_info &host);
     void warn_if_faster_than(const obs_video_info &host) const;
 
+    void remove_view();
     void apply_active_audio();
     void clear_active_audio();
 
@@ -148,6 +153,7 @@ private:
     mutable size_t likely_next_ = 0; // where find_scene() looks first
     int32_t active_index_ = kNoScene;
     bool initialised_ = false;
+    OBSOutputAutoRelease lingering_output_; // see keep_video_for()
 
     // Mirrors the active entry's source for readers without the lock.
     std::atomic<obs_source_t *> active_source_{nullptr};

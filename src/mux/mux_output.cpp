@@ -38,8 +38,13 @@ bool MuxOutput::start() {
     }
     // Without the lock: libobs takes its own here, and packets come in with those held.
     if (!begin_capture()) {
-        const std::scoped_lock lock(mutex_);
-        active_ = false;
+        {
+            const std::scoped_lock lock(mutex_);
+            active_ = false;
+        }
+        if (capture_.exchange(Capture::kStopped) != Capture::kBeginning) {
+            obs_output_end_data_capture(output_); // a stop waits for it
+        }
         return false;
     }
     // Not with the lock either: a first packet may be connecting under it.
@@ -54,7 +59,7 @@ bool MuxOutput::start() {
     return true;
 }
 
-bool MuxOutput::may_end_capture(Capture how) {
+bool MuxOutput::claim_capture_end(Capture how) {
     return capture_.exchange(how) != Capture::kBeginning;
 }
 
@@ -80,7 +85,7 @@ void MuxOutput::stop(bool) {
         active_ = false;
     }
     // Without the lock, since libobs may call back.
-    if (may_end_capture(Capture::kStopped)) {
+    if (claim_capture_end(Capture::kStopped)) {
         obs_output_end_data_capture(output_);
     }
     const std::scoped_lock lock(mutex_);
@@ -95,7 +100,7 @@ void MuxOutput::fail() {
         }
         active_ = false;
     }
-    if (may_end_capture(Capture::kFailed)) {
+    if (claim_capture_end(Capture::kFailed)) {
         stop_with_error();
     }
 }

@@ -41,13 +41,13 @@ public:
     obs_output_t *handle() const override { return output_; }
 
 private:
-    // Who ends the capture: libobs takes no end while it begins one, so whatever ends the stream
-    // then leaves that to start().
+    // libobs cannot end a capture that it is still beginning; whatever stops the stream then leaves
+    // that to start().
     enum class Capture { kBeginning, kRunning, kStopped, kFailed };
 
     // Without the output lock.
     bool begin_capture();
-    bool may_end_capture(Capture how);
+    bool claim_capture_end(Capture how);
     void stop_with_error();
     void write_thread_loop();
     void enter_reconnect_mode(int error);

@@ -24,7 +24,7 @@ const ResilientOutput &resilient(void *data) {
     return static_cast<const ResilientOutput &>(*self(data));
 }
 
-// No exception passes into libobs. False when `call` threw one: no memory, no thread.
+// No exception passes into libobs. False if `call` threw (out of memory, no thread available).
 template <typename Call>
 bool call_guarded(obs_output_t *output, Call call) noexcept {
     try {
@@ -67,8 +67,7 @@ void cv_mux_destroy(void *data) noexcept {
 bool cv_mux_start(void *data) noexcept {
     log_info("cv_mux_start called");
     bool started = false;
-    return data &&
-           call_guarded(self(data)->handle(), [&] { started = self(data)->start(); }) &&
+    return data && call_guarded(self(data)->handle(), [&] { started = self(data)->start(); }) &&
            started;
 }
 

@@ -25,7 +25,9 @@ void MuxOutput::encoded_packet(const encoder_packet *packet) {
     if (fatal_) {
         active_ = false;
         lock.unlock();
-        stop_with_error();
+        if (claim_capture_end(Capture::kFailed)) {
+            stop_with_error();
+        }
         return;
     }
     if (!muxer_.is_open()) {
@@ -42,7 +44,7 @@ void MuxOutput::encoded_packet(const encoder_packet *packet) {
             fatal_ = true;
             free_pending_packets();
             lock.unlock();
-            if (may_end_capture(Capture::kFailed)) {
+            if (claim_capture_end(Capture::kFailed)) {
                 stop_with_error();
             }
             return;
@@ -59,7 +61,7 @@ void MuxOutput::stop_with_error() {
 }
 
 // The first keyframe and the first packet of each track are enough to start the stream with. One
-// without payload would be dropped later anyway, and the host's allocator ends the process over it.
+// without payload would be dropped later anyway, and bmemdup() of zero bytes aborts.
 void MuxOutput::hold_packet(const encoder_packet &packet) {
     if (!packet.data || packet.size == 0) {
         return;

@@ -16,7 +16,7 @@ namespace corvane {
 // base, duration, rebased and growing timestamps; for MPEG-TS also Annex B form with parameter sets
 // and access unit delimiters. Nothing enters before the first keyframe.
 //
-// Has no lock of its own: everything runs under the lock of the output that owns it.
+// Not thread-safe: MuxOutput calls it under its output lock, PacketSender on the network thread.
 class PacketPath {
 public:
     enum class AudioClock {

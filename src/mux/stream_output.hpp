@@ -30,7 +30,7 @@ public:
     virtual void encoded_packet(const encoder_packet *packet) = 0;
 
     // Ends the stream with OBS_OUTPUT_ERROR; the output's last error is set already. Any thread,
-    // with no call of the above under way on it.
+    // with none of the calls above under way on that thread.
     virtual void fail() = 0;
 
     // libobs's handle of this output.

@@ -129,8 +129,8 @@ void VerticalOutput::release_all() {
         if (!wait_until_inactive(output_)) {
             log_error("Vertical output did not end within 5 s and is left behind: %s",
                 obs_output_get_name(output_));
-            // libobs would wait for the end when it destroys the output: keep it for good.
-            [[maybe_unused]] const obs_output_t *kept = obs_output_get_ref(output_);
+            // libobs would wait for the end when it destroys the output.
+            canvas_->keep_video_for(std::move(output_));
         } else if (!resilient_) {
             // A stop of ours that met an output ending by itself has reset the event that libobs
             // waits for when it destroys the output; ending it once more sets the event.

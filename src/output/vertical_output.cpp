@@ -29,16 +29,18 @@ VerticalOutput::~VerticalOutput() {
 }
 
 bool VerticalOutput::init() {
-    const std::scoped_lock lock(mutex_);
-    if (initialised_) {
-        log_warning("VerticalOutput already initialised");
-        return true;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (initialised_) {
+            log_warning("VerticalOutput already initialised");
+            return true;
+        }
+        if (!canvas_ || !canvas_->initialised()) {
+            log_error("VerticalOutput::init — canvas not ready");
+            return false;
+        }
+        initialised_ = true;
     }
-    if (!canvas_ || !canvas_->initialised()) {
-        log_error("VerticalOutput::init — canvas not ready");
-        return false;
-    }
-    initialised_ = true;
     video_reset_.Connect(obs_get_signal_handler(), "video_reset", on_video_reset, this);
     log_info("VerticalOutput initialised (runtime encoder fallback enabled)");
     return true;
@@ -146,13 +148,12 @@ void VerticalOutput::update_config(const OutputConfig &config) {
 }
 
 // The video output that the encoder of a stopped stream is bound to is gone; whoever asks the
-// output for its size would read it.
+// output for its size would read it. libobs resets no video that is in use, but the audio encoders
+// of a stream may still be stopping.
 void VerticalOutput::on_video_reset(void *output, calldata_t *) {
     auto *self = static_cast<VerticalOutput *>(output);
     const std::scoped_lock lock(self->mutex_);
-    if (!self->active_locked()) {
-        self->release_all();
-    }
+    self->release_all();
 }
 
 std::optional<ConnectionState> VerticalOutput::connection_state() const {

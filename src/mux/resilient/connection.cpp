@@ -22,7 +22,7 @@ Connection::Connection(Muxer muxer, StreamUrl url)
     , redaction_(secrets_of(url_)) {
     muxer_.context->max_interleave_delta = kMaxInterleaveDeltaUs;
     muxer_.context->interrupt_callback = interrupt_.callback();
-    interrupt_.allow(stream_timeouts.connect);
+    interrupt_.set_deadline(stream_timeouts.connect);
 }
 
 Connection::~Connection() {
@@ -46,11 +46,11 @@ std::optional<StreamError> Connection::open() {
 
 int Connection::write(AVPacket &packet) {
     const LogRedaction::Scope scope(redaction_);
-    interrupt_.allow(stream_timeouts.write);
+    interrupt_.set_deadline(stream_timeouts.write);
     return av_interleaved_write_frame(muxer_.context.get(), &packet);
 }
 
-int Connection::lost() const {
+int Connection::error() const {
     return std::min(muxer_.context->pb->error, 0);
 }
 
@@ -64,8 +64,8 @@ void Connection::close() {
         return;
     }
     const LogRedaction::Scope scope(redaction_);
-    interrupt_.allow(stream_timeouts.close);
-    if (open_ && lost() == 0) {
+    interrupt_.set_deadline(stream_timeouts.close);
+    if (open_ && error() == 0) {
         av_write_trailer(muxer_.context.get());
     }
     close_connection(*muxer_.context);

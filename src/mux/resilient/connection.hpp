@@ -30,11 +30,11 @@ public:
     bool is_open() const { return open_; }
 
     // Takes the packet's payload and sends it, at once or with a later packet. A negative result is
-    // FFmpeg's error code for this packet alone as long as lost() is 0.
+    // FFmpeg's error code for this packet alone as long as error() is 0.
     int write(AVPacket &packet);
 
     // The error code that ended the connection, 0 while it lasts. FFmpeg sends nothing after it.
-    int lost() const;
+    int error() const;
 
     // Writes the trailer if still connected, then closes.
     void close();

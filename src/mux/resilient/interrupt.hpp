@@ -20,10 +20,10 @@ public:
     using Duration = std::chrono::microseconds;
 
     // Sets the deadline for the next blocking calls.
-    void allow(Duration time) { call_deadline_us_ = av_gettime_relative() + time.count(); }
+    void set_deadline(Duration time) { call_deadline_us_ = av_gettime_relative() + time.count(); }
 
     // Sets the deadline for all calls from now on; an earlier one stays.
-    void end_within(Duration time) {
+    void set_final_deadline(Duration time) {
         end_deadline_us_ = std::min(end_deadline_us_.load(), av_gettime_relative() + time.count());
     }
 

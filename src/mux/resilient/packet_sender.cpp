@@ -80,7 +80,7 @@ void PacketSender::send(const encoder_packet &packet) {
 bool PacketSender::write(PacketHandle packet) {
     const bool video = packet->stream_index == connection_.muxer().video->index;
     const int result = connection_.write(*packet);
-    if (result < 0 && connection_.lost() == 0) {
+    if (result < 0 && connection_.error() == 0) {
         on_dropped_(video, error_text(result).c_str());
     }
     return true;

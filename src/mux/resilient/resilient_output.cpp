@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "mux/resilient/resilient_output.hpp"
 
+#include <exception>
 #include <utility>
 
 namespace corvane {
@@ -115,14 +116,19 @@ StreamSettings ResilientOutput::settings() const {
     return settings_;
 }
 
+// libobs calls it from C: without memory the answer stays empty.
 void ResilientOutput::report_state(void *data, calldata_t *answer) {
-    const auto present = static_cast<const ResilientOutput *>(data)->session();
-    const auto report =
-        present ? present->report()
-                : StreamSession::Report{.phase = "stopped", .failures = 0, .reason = {}};
-    calldata_set_string(answer, "phase", report.phase);
-    calldata_set_int(answer, "failures", report.failures);
-    calldata_set_string(answer, "reason", report.reason.c_str());
+    try {
+        StreamSession::Report report{.phase = "stopped", .failures = 0, .reason = {}};
+        if (const auto present = static_cast<const ResilientOutput *>(data)->session()) {
+            report = present->report();
+        }
+        calldata_set_string(answer, "phase", report.phase);
+        calldata_set_int(answer, "failures", report.failures);
+        calldata_set_string(answer, "reason", report.reason.c_str());
+    } catch (const std::exception &) {
+        calldata_clear(answer);
+    }
 }
 
 } // namespace corvane

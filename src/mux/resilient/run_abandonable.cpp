@@ -2,6 +2,7 @@
 #include "mux/resilient/run_abandonable.hpp"
 
 #include <condition_variable>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -23,6 +24,7 @@ struct Abandoned {
 };
 
 struct Call {
+    std::exception_ptr exception; // set by the thread before `done`
     bool done = false;
     bool abandoned = false;
 };
@@ -39,12 +41,10 @@ void finish(Call &call, std::function<void()> &work) {
     Abandoned &all = abandoned();
     std::unique_lock lock(all.mutex);
     all.changed.wait(lock, [&] { return !(call.abandoned && all.process_ends); });
-    if (call.abandoned) {
-        lock.unlock();
-        work = nullptr; // may be the last owner of what it used
-        lock.lock();
-        --all.threads;
-    }
+    lock.unlock();
+    work = nullptr; // may be the last owner of what it used
+    lock.lock();
+    all.threads -= call.abandoned ? 1 : 0;
     call.done = true;
     all.changed.notify_all();
 }
@@ -54,7 +54,11 @@ void finish(Call &call, std::function<void()> &work) {
 bool run_abandonable(std::function<void()> work, const std::function<bool()> &expired) {
     const auto call = std::make_shared<Call>();
     std::thread([call, work = std::move(work)]() mutable {
-        work();
+        try {
+            work();
+        } catch (...) {
+            call->exception = std::current_exception();
+        }
         finish(*call, work);
     }).detach();
 
@@ -66,6 +70,9 @@ bool run_abandonable(std::function<void()> work, const std::function<bool()> &ex
             ++all.threads;
             return false;
         }
+    }
+    if (call->exception) {
+        std::rethrow_exception(call->exception);
     }
     return true;
 }

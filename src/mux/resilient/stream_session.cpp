@@ -30,15 +30,16 @@ StreamSession::StreamSession(obs_output_t *output, std::function<StreamSettings(
 void StreamSession::run() {
     os_set_thread_name("corvane: network");
     try {
-        stream();
+        run_stream();
     } catch (const std::exception &error) {
         log_error("Stream ended: %s", error.what());
         obs_output_set_last_error(output_, error.what());
         end(OBS_OUTPUT_ERROR);
-        const std::scoped_lock lock(mutex_);
-        connection_.reset();
+        std::unique_lock lock(mutex_);
+        const std::shared_ptr<Connection> closed = std::exchange(connection_, nullptr);
+        lock.unlock(); // closing blocks
     }
-    tell_the_end();
+    signal_end();
 }
 
 void StreamSession::capture_began(bool success) {
@@ -60,7 +61,7 @@ void StreamSession::end(int code) {
     phase_ = Phase::kEnding;
     end_code_ = code;
     if (connection_) {
-        connection_->interrupt().end_within(connection_->is_open() ? kCloseOnEnd : 0ms);
+        connection_->interrupt().set_final_deadline(connection_->is_open() ? kCloseOnEnd : 0ms);
     }
     buffer_.close();
     changed_.notify_all();
@@ -69,7 +70,7 @@ void StreamSession::end(int code) {
 bool StreamSession::stop(bool forced) {
     {
         const std::scoped_lock lock(mutex_);
-        if (phase_ >= Phase::kTellingEnd) {
+        if (phase_ >= Phase::kSignallingEnd) {
             return true;
         }
         if (forced && !forced_at_) {
@@ -91,7 +92,8 @@ void StreamSession::encoder_failed() {
         changed_.notify_all();
         return;
     }
-    changed_.wait(lock, [this] { return phase_ == Phase::kEnded; });
+    // Called with libobs's locks held: no longer than a handler of "stop" should take.
+    changed_.wait_for(lock, 1s, [this] { return phase_ == Phase::kEnded; });
     lock.unlock();
     obs_output_signal_stop(output_, OBS_OUTPUT_ENCODE_ERROR);
 }
@@ -164,7 +166,7 @@ void StreamSession::count_bad_packet(bool video, const char *reason) {
 
 // libobs takes no end before it has begun. The call may let another thread, or a handler of "stop"
 // on this one, destroy the output: nothing of the output is used after it.
-void StreamSession::tell_the_end() {
+void StreamSession::signal_end() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return capture_ != Capture::kBeginning; });
     if (forced_at_) {
@@ -172,8 +174,9 @@ void StreamSession::tell_the_end() {
             [this] { return end_code_ != OBS_OUTPUT_SUCCESS; });
     }
     const int code = end_code_;
-    const bool capturing = capture_ == Capture::kRunning;
-    phase_ = Phase::kTellingEnd;
+    // A forced stop waits for an end, even of a capture that libobs refused to begin.
+    const bool capturing = capture_ == Capture::kRunning || forced_at_;
+    phase_ = Phase::kSignallingEnd;
     lock.unlock();
     if (capturing && code == OBS_OUTPUT_SUCCESS) {
         obs_output_end_data_capture(output_);

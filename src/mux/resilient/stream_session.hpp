@@ -71,9 +71,9 @@ private:
     using Clock = SendBuffer::Clock;
 
     enum class Capture { kBeginning, kRunning, kRefused };
-    enum class Phase { kConnecting, kConnected, kReconnecting, kEnding, kTellingEnd, kEnded };
+    enum class Phase { kConnecting, kConnected, kReconnecting, kEnding, kSignallingEnd, kEnded };
 
-    void stream();
+    void run_stream();
     std::optional<StreamError> connect();
     std::optional<StreamError> wait_for_headers();
     std::optional<StreamError> open_connection();
@@ -82,11 +82,11 @@ private:
     void became_stable();
     void connection_lost(bool stable);
     void set_stalled(bool stalled);
-    void hang_up();
+    void disconnect();
     void wait_before_retry();
     void count_bad_packet(bool video, const char *reason);
     void report_drops();
-    void tell_the_end();
+    void signal_end();
     bool wanted_locked() const { return phase_ < Phase::kEnding; }
 
     obs_output_t *const output_;

@@ -48,7 +48,7 @@ StreamError build_error(OpenResult result, obs_output_t *output) {
 
 // Without a first connection there is no stream, and the user is told why. Later ones are retried
 // until the user stops.
-void StreamSession::stream() {
+void StreamSession::run_stream() {
     bool was_connected = false;
     while (wanted()) {
         const std::optional<StreamError> error = connect();
@@ -61,7 +61,7 @@ void StreamSession::stream() {
         } else if (!was_connected) {
             end(OBS_OUTPUT_ERROR);
         }
-        hang_up();
+        disconnect();
         wait_before_retry();
     }
 }
@@ -157,7 +157,7 @@ void StreamSession::send_until_lost() {
         connection, [this](bool video, const char *reason) { count_bad_packet(video, reason); });
     bool stable = false;
     bool stalled = false;
-    while (connection.lost() == 0) {
+    while (connection.error() == 0) {
         const SharedPacket packet = buffer_.wait_pop(Clock::now() + stream_timeouts.encoders);
         if (!packet && !wanted()) {
             return;
@@ -171,7 +171,7 @@ void StreamSession::send_until_lost() {
         }
         sender.send(*packet);
         bytes_ = earlier_bytes_ + connection.bytes();
-        if (!stable && connection.lost() == 0 && sender.sending_time() >= kStableAfter) {
+        if (!stable && connection.error() == 0 && sender.sending_time() >= kStableAfter) {
             stable = true;
             became_stable();
         }
@@ -210,7 +210,7 @@ void StreamSession::set_stalled(bool stalled) {
 }
 
 void StreamSession::connection_lost(bool stable) {
-    const int code = connection_->lost();
+    const int code = connection_->error();
     std::string reason = reason_of({.code = code, .message = {}});
     log_warning("connection lost: %s (code %d), reconnecting", reason.c_str(), code);
     if (!stable) {
@@ -227,14 +227,14 @@ void StreamSession::connection_lost(bool stable) {
 
 // libsrt takes a second to clear up after its last connection, which nothing interrupts: longer
 // than a stop may take.
-void StreamSession::hang_up() {
+void StreamSession::disconnect() {
     buffer_.pause();
     const std::shared_ptr<Connection> connection = connection_;
     if (!connection) {
         return;
     }
     earlier_bytes_ += connection->bytes();
-    connection->interrupt().allow(stream_timeouts.close);
+    connection->interrupt().set_deadline(stream_timeouts.close);
     try {
         run_abandonable([connection] { connection->close(); },
             [&] { return connection->interrupt().expired(); });
