@@ -9,12 +9,15 @@
 #include "testbed/log_capture.hpp"
 #include "testbed/obs_session.hpp"
 #include "testbed/ports.hpp"
+#include "testbed/tap.hpp"
 #include "testbed/wait.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
+#include <format>
 #include <future>
 #include <map>
 #include <set>
@@ -165,37 +168,96 @@ TEST_F(VerticalOutputTest, TriesTheCandidatesInOrder) {
     EXPECT_EQ(names.size(), made) << "names repeat";
 }
 
-// Each start must reach the server with the canvas's picture and all six tracks, new settings
-// must wait for the next start, and nothing may be left when a live output is destroyed.
+// Each start must reach the server as what it is, with the canvas's picture and all six tracks, and
+// each end, too; new settings must wait for the next start, and nothing may be left when a live
+// output is destroyed.
 TEST_F(VerticalOutputTest, StartsStopsAndStartsAgain) {
     const LocalSink sink;
-    const auto config = [&](size_t round) {
-        return OutputConfig{.url = sink.url(), .key = std::to_string(round), .bitrate_kbps = 300};
-    };
-    ASSERT_TRUE(make(config(0)));
-    for (size_t round = 0; round < 4; ++round) {
-        ASSERT_TRUE(output->start());
-        EXPECT_TRUE(host_log().has("Vertical output started with encoder: obs_x264"));
-        output->update_config(config(round + 1));
-        host_log().clear();
-        EXPECT_TRUE(output->start());
-        EXPECT_THAT(
-            host_log().take(), ElementsAre("W VerticalOutput::start — already active (obs_x264)"));
-        ASSERT_TRUE(sink.wait_for_pictures(std::to_string(round), 10)) << "round " << round;
-        const Recording recording = sink.recording(std::to_string(round));
-        EXPECT_EQ(recording.width, 72);
-        EXPECT_EQ(recording.height, 128);
-        EXPECT_EQ(recording.audio_tracks, 6);
-        if (round < 3) {
-            output->stop();
-            EXPECT_TRUE(host_log().has("I Vertical output stop requested (obs_x264)"));
-            ASSERT_TRUE(stopped());
+    Tap tap(sink.url());
+    // As the stream's description names them, each with its type and a big-endian double after it.
+    const QByteArray sizes = QByteArray("\0\5width\0\x40\x52\0\0\0\0\0\0", 16) +
+                             QByteArray("\0\6height\0\x40\x60\0\0\0\0\0\0", 17);
+    for (const bool resilient : {false, true}) {
+        const auto key = [&](size_t round) {
+            return (resilient ? "resilient" : "standard") + std::to_string(round);
+        };
+        const auto config = [&](size_t round) {
+            return OutputConfig{.url = tap.url() + "//",
+                .key = key(round),
+                .bitrate_kbps = 300,
+                .resilient = resilient};
+        };
+        ASSERT_TRUE(make(config(0)));
+        for (size_t round = 0; round < 3; ++round) {
+            tap.sent.clear();
+            ASSERT_TRUE(output->start());
+            EXPECT_TRUE(host_log().has("Vertical output started with encoder: obs_x264"));
+            output->update_config(config(round + 1));
+            host_log().clear();
+            EXPECT_TRUE(output->start());
+            EXPECT_THAT(host_log().take(),
+                ElementsAre("W VerticalOutput::start — already active (obs_x264)"));
+            ASSERT_TRUE(sink.wait_for_pictures(key(round), 10)) << key(round);
+            const Recording recording = sink.recording(key(round));
+            EXPECT_EQ(recording.width, 72);
+            EXPECT_EQ(recording.height, 128);
+            EXPECT_EQ(recording.audio_tracks, 6);
+            EXPECT_TRUE(tap.sent.contains(sizes)) << key(round);
+            EXPECT_EQ(sink.ended(key(round)), "");
+            if (round < 2) {
+                output->stop();
+                EXPECT_TRUE(host_log().has("I Vertical output stop requested (obs_x264)"));
+                ASSERT_TRUE(stopped());
+            } else {
+                output.reset();
+            }
+            EXPECT_TRUE(wait_until([&] { return sink.ended(key(round)) == tap.url(); }))
+                << sink.ended(key(round));
         }
+        EXPECT_THAT(encoders(), SizeIs(0));
+        EXPECT_THAT(outputs(), SizeIs(0));
+        EXPECT_EQ(sink.recording(key(3)), Recording());
     }
-    output.reset();
-    EXPECT_THAT(encoders(), SizeIs(0));
-    EXPECT_THAT(outputs(), SizeIs(0));
-    EXPECT_EQ(sink.recording("4"), Recording());
+}
+
+// A picture that runs slower or faster than its sound is as good as none.
+TEST_F(VerticalOutputTest, KeepsTheClockAtAnyFrameRate) {
+    const LocalSink sink;
+    struct Rates {
+        uint32_t host_num, host_den, canvas_num;
+        double picture_ms;
+        const char *line;
+    };
+    for (const auto &[host_num, host_den, canvas_num, picture_ms, line] :
+        {Rates{60, 1, 30, 1000 / 30.0, "the stream has 30/1, one of every 2 frames"},
+            Rates{30, 1, 60, 1000 / 30.0, "the stream has 30/1, one of every 1 frames"},
+            Rates{30, 1, 20, 1000 / 30.0, "the stream has 30/1, one of every 1 frames"},
+            Rates{30000, 1001, 30000, 1001 / 30.0, "72x128 @ 30000/1001 fps"}}) {
+        SCOPED_TRACE(line);
+        host_log().clear();
+        ASSERT_TRUE(ObsSession::reset_video(
+            kHostWidth, kHostHeight, host_num, VIDEO_FORMAT_NV12, host_den));
+        VerticalCanvas any({.width = 72,
+            .height = 128,
+            .fps_num = canvas_num,
+            .fps_den = host_den,
+            .follow_host_rate = true});
+        ASSERT_TRUE(any.init());
+        EXPECT_TRUE(host_log().has(line));
+        const std::string key = std::format("{}-{}", host_num, canvas_num);
+        VerticalOutput stream(
+            &any, {.url = sink.url(), .key = key, .bitrate_kbps = 300, .resilient = true});
+        ASSERT_TRUE(stream.init() && stream.start());
+        ASSERT_TRUE(sink.wait_for_pictures(key, 90));
+        stream.stop();
+        ASSERT_TRUE(wait_until([&] { return !sink.ended(key).empty(); }));
+        const Recording recording = sink.recording(key);
+        const double steps = recording.last_picture_ms / picture_ms;
+        EXPECT_NEAR(steps, std::round(steps), 0.05);
+        EXPECT_NEAR(steps, recording.pictures, 10) << "a busy machine may lose some";
+        EXPECT_NEAR(recording.last_picture_ms, recording.last_sound_ms, 200);
+    }
+    EXPECT_TRUE(ObsSession::reset_video(kHostWidth, kHostHeight, kHostFps));
 }
 
 // The host lists every output with its size, which a stopped one asks its encoder for, and that one

@@ -25,7 +25,8 @@ pid {1}/pid;
 error_log {1}/error.log;
 events {{ worker_connections 64; }}
 rtmp {{
-  access_log off;
+  log_format ended '$name $tcurl';
+  access_log {1}/ended.log ended;
   server {{
     listen 127.0.0.1:{2};
     application live {{ live on; record all; record_path {1}; record_unique on; }}
@@ -90,8 +91,11 @@ Recording LocalSink::recording(const std::string &key) const {
     }
     AVPacket *packet = av_packet_alloc();
     while (av_read_frame(context, packet) >= 0) {
-        recording.pictures +=
-            context->streams[packet->stream_index]->codecpar->codec_id == AV_CODEC_ID_H264;
+        const AVStream &stream = *context->streams[packet->stream_index];
+        const bool picture = stream.codecpar->codec_id == AV_CODEC_ID_H264;
+        recording.pictures += picture;
+        (picture ? recording.last_picture_ms : recording.last_sound_ms) =
+            1000.0 * static_cast<double>(packet->dts) * av_q2d(stream.time_base);
         av_packet_unref(packet);
     }
     av_packet_free(&packet);
@@ -101,6 +105,17 @@ Recording LocalSink::recording(const std::string &key) const {
 
 bool LocalSink::wait_for_pictures(const std::string &key, int count) const {
     return wait_until([&] { return recording(key).pictures >= count; });
+}
+
+std::string LocalSink::ended(const std::string &key) const {
+    std::ifstream streams(dir_.filePath("ended.log").toStdString());
+    std::string name, tc_url;
+    while (streams >> name >> tc_url) {
+        if (name == key) {
+            return tc_url;
+        }
+    }
+    return {};
 }
 
 void LocalSink::forget(const std::string &key) const {

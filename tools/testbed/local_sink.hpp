@@ -17,6 +17,8 @@ struct Recording {
     int height = 0;
     int audio_tracks = 0;
     int pictures = 0;
+    double last_picture_ms = 0;
+    double last_sound_ms = 0;
     bool operator==(const Recording &) const = default;
 };
 
@@ -38,6 +40,9 @@ public:
     Recording recording(const std::string &key) const;
     // False when not so many came in time.
     bool wait_for_pictures(const std::string &key, int count) const;
+    // The application's address as the key's publisher gave it, once it has hung up; before,
+    // nothing.
+    std::string ended(const std::string &key) const;
     // Removes the key's files, so that only later streams count.
     void forget(const std::string &key) const;
 

@@ -69,11 +69,11 @@ const std::filesystem::path &ObsSession::config_dir() {
 }
 
 bool ObsSession::reset_video(
-    uint32_t width, uint32_t height, uint32_t fps, video_format output_format) {
+    uint32_t width, uint32_t height, uint32_t fps, video_format output_format, uint32_t fps_den) {
     obs_video_info info{};
     info.graphics_module = "libobs-opengl";
     info.fps_num = fps;
-    info.fps_den = 1;
+    info.fps_den = fps_den;
     info.base_width = info.output_width = width;
     info.base_height = info.output_height = height;
     info.output_format = output_format;

@@ -37,7 +37,7 @@ public:
 
     // What the host does when the user changes its video settings.
     static bool reset_video(uint32_t width, uint32_t height, uint32_t fps,
-        video_format output_format = VIDEO_FORMAT_NV12);
+        video_format output_format = VIDEO_FORMAT_NV12, uint32_t fps_den = 1);
 };
 
 } // namespace corvane::test
