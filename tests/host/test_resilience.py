@@ -2,6 +2,7 @@
 """The output type that keeps the connection, in the host."""
 
 import pytest
+from livehost.folder import Profile
 from livehost.hands import Hands
 from livehost.received import Received
 from livehost.servers import RtmpServer
@@ -43,19 +44,15 @@ def test_comes_back(stage, tmp_path):
     assert stage.vertical_key not in host.log()
 
 
-@pytest.mark.parametrize(("host_fps", "canvas", "received_fps", "line"), [
-    (60, (30, 1), 30, "the stream has 30/1, one of every 2 frames"),
-    (30, (60, 1), 30, "the stream has 30/1, one of every 1 frames"),
-    (30, (20, 1), 30, "the stream has 30/1, one of every 1 frames"),
-    ("29.97", (30000, 1001), 29.97, "Canvas initialised: 216x384 @ 30000/1001 fps"),
-])
-def test_clock(stage, host_fps, canvas, received_fps, line):
-    """A stream whose picture runs slower or faster than its sound."""
-    stage.add_profile("P", resilient=True, fps=host_fps, fpsnum=canvas[0], fpsden=canvas[1])
+def test_profile_of_another_size(stage):
+    """A live vertical stream that keeps the host's own canvas at the old profile's size."""
+    stage.add_profile("P", resilient=True)
+    stage.folder.add_profile(Profile("Q", width=960, height=540))
     with stage.host() as host:
-        start(host, 6 * FPS)
-        stop(host)
-    received = stage.vertical()
-    assert received.video.packets_per_second == pytest.approx(received_fps, abs=0.02)
-    assert received.video.span_seconds == pytest.approx(received.audios[0].span_seconds, abs=0.2)
-    assert line in host.log()
+        hands = Hands(host)
+        hands.click("startButton")
+        hands.reads("statusLabel", "Streaming")
+        host.request("SetCurrentProfile", profileName="Q")
+        video = host.request("GetVideoSettings")
+        assert (video["baseWidth"], video["baseHeight"]) == (960, 540)
+        hands.reads("statusLabel", "Stopped")
