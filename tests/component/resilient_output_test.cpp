@@ -42,7 +42,7 @@ protected:
 
     void create_to(const std::string &server) {
         create(server, kKey, {0, 3}, kResilientOutputId);
-        LogCapture::get().clear();
+        LogCapture::get().restart();
     }
 
     // "phase failures reason"
@@ -76,7 +76,7 @@ protected:
 
     std::atomic<bool> holding = false;
 
-    void expect_no_secret_in_log() { EXPECT_THAT(LogCapture::get().tail(), Not(HasSubstr(kKey))); }
+    void expect_no_secret_in_log() { EXPECT_THAT(LogCapture::get().whole(), Not(HasSubstr(kKey))); }
 };
 
 } // namespace

@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+#include "testbed/box_catcher.hpp"
 #include "testbed/loaded_module.hpp"
 #include "testbed/local_sink.hpp"
+#include "testbed/person.hpp"
+#include "testbed/ports.hpp"
+
+#include <format>
 
 namespace corvane::test {
 
@@ -10,9 +15,9 @@ using testing::ElementsAre;
 
 class EventsTest : public LoadedModule {
 protected:
-    bool went_live() const {
-        const bool received = sink.wait_for_pictures("k", 5);
-        sink.forget("k");
+    bool went_live(const std::string &key = "k") const {
+        const bool received = sink.wait_for_pictures(key, 5);
+        sink.forget(key);
         return received && live();
     }
     bool ended() {
@@ -69,6 +74,46 @@ TEST_F(EventsTest, AutoStartSwitch) {
         ElementsAre("I Main stream starting — auto-starting vertical output",
             "E Vertical output start failed: RTMP URL is empty. Configure it in Tools → Corvane "
             "Vertical Streaming Settings."));
+}
+
+// What is saved while the stream is live must count from its next start. With the type that keeps
+// the connection no secret may get into the log on any of these ways.
+TEST_F(EventsTest, SavesForTheNextStart) {
+    for (const bool resilient : {false, true}) {
+        const std::string secret = resilient ? "hidden" : "shown";
+        const auto url = [&](const std::string &server) {
+            return std::format(
+                "rtmp://user-{0}:word-{0}@{1}?token=query-{0}", secret, server.substr(7));
+        };
+        const auto save = [&](const std::string &server, const std::string &key) {
+            const auto type = [&](QWidget &dialog) {
+                type_over(child<QLineEdit>(dialog, "urlEdit"), QString::fromStdString(url(server)));
+                type_over(child<QLineEdit>(dialog, "keyEdit"), QString::fromStdString(key));
+            };
+            const auto &open = StandInFrontend::get().tools_menu.back().second;
+            EXPECT_EQ(answering("=>Save", open, type), "Vertical Canvas — Settings|");
+        };
+        use_profile("P", small_profile(url(sink.url()), true, "key-1-" + secret) +
+                             "[Resilience]\nenabled=" + (resilient ? "true" : "false"));
+        ASSERT_TRUE(load());
+        send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+        EXPECT_TRUE(went_live("key-1-" + secret));
+        save(sink.url(), "key-2-" + secret);
+        EXPECT_TRUE(live());
+        EXPECT_EQ(sink.ended("key-1-" + secret), "");
+        send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
+        EXPECT_TRUE(ended());
+        send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+        EXPECT_TRUE(went_live("key-2-" + secret));
+        save("rtmp://127.0.0.1:" + std::to_string(free_port()) + "/live", "key-3-" + secret);
+        send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
+        EXPECT_TRUE(ended());
+        BoxCatcher screen;
+        send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+        EXPECT_TRUE(wait_until([&] { return !screen.boxes.empty() && !live(); }));
+        unload();
+        EXPECT_EQ(log.whole().find(secret) == std::string::npos, resilient);
+    }
 }
 
 // A live switch must end the stream, carry the scenes over to the new canvas and leave the old

@@ -25,7 +25,7 @@ LoadedModule::LoadedModule()
         library = obs_get_module_lib(module);
     }
     EXPECT_NE(library, nullptr);
-    log.clear();
+    log.restart();
 }
 
 LoadedModule::~LoadedModule() {
@@ -53,10 +53,11 @@ void LoadedModule::use_profile(const std::string &name, const std::string &ini) 
     write_file(profile_file(name), ini);
 }
 
-std::string LoadedModule::small_profile(const std::string &url, bool autostart) {
-    return std::format("; by hand\n[VerticalCanvas]\nrtmpurl={}\nstreamkey=k\nvideobitrate=300\n"
+std::string LoadedModule::small_profile(
+    const std::string &url, bool autostart, const std::string &key) {
+    return std::format("; by hand\n[VerticalCanvas]\nrtmpurl={}\nstreamkey={}\nvideobitrate=300\n"
                        "canvaswidth=72\ncanvasheight=128\nautostartwithmain={}\n",
-        url, autostart);
+        url, key, autostart);
 }
 
 std::filesystem::path LoadedModule::profile_file(const std::string &name) const {

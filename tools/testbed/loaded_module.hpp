@@ -31,7 +31,8 @@ protected:
     // Makes the profile with this text as its settings file and the host's current one.
     void use_profile(const std::string &name, const std::string &ini);
     // A profile for a small canvas that streams to the URL.
-    static std::string small_profile(const std::string &url, bool autostart = true);
+    static std::string small_profile(
+        const std::string &url, bool autostart = true, const std::string &key = "k");
 
     std::filesystem::path profile_file(const std::string &name) const;
     std::filesystem::path global_file() const { return settings_dir / "settings-global.ini"; }

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <limits>
 
 namespace corvane::test {
 
@@ -49,10 +50,7 @@ void LogCapture::on_line(int level, const char *format, va_list arguments, void 
 
     auto *capture = static_cast<LogCapture *>(self);
     std::unique_lock lock(capture->mutex_);
-    capture->recent_.push_back(line);
-    if (capture->recent_.size() > kTailLines) {
-        capture->recent_.pop_front();
-    }
+    capture->all_lines_.push_back(line);
     if (of_module || text.starts_with(kWidgetTag)) {
         capture->module_lines_.push_back(line);
         if (const auto hook = capture->hook_) {
@@ -94,11 +92,26 @@ bool LogCapture::wait_for(std::string_view text) const {
     return wait_until([&] { return has(text); });
 }
 
+std::string LogCapture::whole() const {
+    return last_lines(std::numeric_limits<size_t>::max());
+}
+
+void LogCapture::restart() {
+    const std::scoped_lock lock(mutex_);
+    module_lines_.clear();
+    all_lines_.clear();
+}
+
 std::string LogCapture::tail() const {
+    return last_lines(kTailLines);
+}
+
+std::string LogCapture::last_lines(size_t count) const {
     const std::scoped_lock lock(mutex_);
     std::string text;
-    for (const std::string &line : recent_) {
-        text += line + '\n';
+    for (size_t i = all_lines_.size() - std::min(count, all_lines_.size()); i < all_lines_.size();
+        ++i) {
+        text += all_lines_[i] + '\n';
     }
     return text;
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdarg>
-#include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -42,16 +41,21 @@ public:
     // written; an empty one ends that. For tests with a single thread that writes.
     void at_each_line(std::function<void(const std::string &)> hook);
 
-    // The last lines of the whole log, for a failed test's report.
+    // All lines of the host's log, of whatever part, since the last restart().
+    std::string whole() const;
+    void restart();
+
+    // The last of them, for a failed test's report.
     std::string tail() const;
 
 private:
+    std::string last_lines(size_t count) const;
     static void on_line(int level, const char *format, va_list arguments, void *self);
 
     mutable std::mutex mutex_;
     // Guarded by mutex_.
     Lines module_lines_;
-    std::deque<std::string> recent_;
+    Lines all_lines_;
     std::function<void(const std::string &)> hook_;
 };
 
