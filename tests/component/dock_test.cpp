@@ -1,6 +1,13 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+#include "mux/resilient/stream_timeouts.hpp"
 #include "testbed/dock_rig.hpp"
 #include "testbed/local_sink.hpp"
+
+#include <QNetworkProxy>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <atomic>
 
 namespace corvane::test {
 
@@ -102,6 +109,36 @@ TEST_F(DockRig, FollowsTheStream) {
     EXPECT_TRUE(sink.wait_for_pictures("k", 5));
     click("stopButton");
     EXPECT_TRUE(wait_until([&] { return seen(dock) == scenes + "Sta|Stopped"; }));
+
+    // The other type is on air only with a connection, and with pictures for it.
+    QTcpServer silent;
+    silent.setProxy(QNetworkProxy::NoProxy);
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    stream_timeouts.encoders = std::chrono::seconds(4);
+    const auto start = [&](const std::string &url) {
+        close_runtime();
+        open_runtime({.url = url, .key = "r", .bitrate_kbps = 300, .resilient = true});
+        click("startButton");
+        EXPECT_EQ(seen(dock), scenes + "Sto|Connecting");
+    };
+    start("rtmp://127.0.0.1:" + std::to_string(silent.serverPort()) + "/live");
+    EXPECT_TRUE(wait_until([&] { return silent.nextPendingConnection() != nullptr; }));
+    dock.setRuntime(&*canvas, &*output);
+    EXPECT_EQ(seen(dock), scenes + "Sto|Connecting");
+    start(sink.url());
+    EXPECT_TRUE(wait_until([&] { return seen(dock) == scenes + "Sto|Streaming"; }));
+    std::atomic<bool> held = true; // the host composes no picture meanwhile
+    const auto hold = [](void *still, float) {
+        static_cast<std::atomic<bool> *>(still)->wait(true);
+    };
+    obs_add_tick_callback(hold, &held);
+    EXPECT_TRUE(wait_until([&] { return seen(dock) == scenes + "Sto|Encoder stalled"; }));
+    held = false;
+    held.notify_all();
+    obs_remove_tick_callback(hold, &held);
+    EXPECT_TRUE(wait_until([&] { return seen(dock) == scenes + "Sto|Streaming"; }));
+    close_runtime();
+    stream_timeouts = {};
 }
 
 } // namespace

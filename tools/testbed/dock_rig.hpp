@@ -31,12 +31,12 @@ protected:
     }
 
     // As the core does when the profile changes; what is not saved is lost.
-    void open_runtime() {
+    void open_runtime(const OutputConfig &config = {}) {
         const std::string path = dir_.filePath(QStringLiteral("list.ini")).toStdString();
         config_open(&module_state.global_config, path.c_str(), CONFIG_OPEN_ALWAYS);
         module_state.canvas = &canvas.emplace(CanvasConfig{.width = 72, .height = 128});
         EXPECT_TRUE(canvas->init());
-        EXPECT_TRUE(output.emplace(&*canvas, OutputConfig{}).init());
+        EXPECT_TRUE(output.emplace(&*canvas, config).init());
         restore_scene_list();
         dock.setRuntime(&*canvas, &*output);
         log.clear();
