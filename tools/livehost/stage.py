@@ -34,11 +34,11 @@ class Stage:
         self.add_profile("P")
         self.show({"Main": [marking_source(root / f"marking{number}.png")]}, {"One": "Main"}, "One")
 
-    def add_profile(self, name: str, resilient: bool = False, fps: int = FPS, **vertical: object) -> None:
-        """`fps` is the host's; `vertical` replaces keys of the module; without any it streams to the RTMP server."""
+    def add_profile(self, name: str, resilient: bool = False, **vertical: object) -> None:
+        """`vertical` replaces keys of the module; without any it streams to the RTMP server."""
         keys = {"rtmpurl": self.rtmp.url, "streamkey": self.vertical_key, "canvaswidth": WIDTH,
                 "canvasheight": HEIGHT, "videobitrate": 600} | vertical
-        self.folder.add_profile(Profile(name, self.rtmp.url, self.main_key, fps=fps, vertical=keys, resilient=resilient))
+        self.folder.add_profile(Profile(name, self.rtmp.url, self.main_key, fps=FPS, vertical=keys, resilient=resilient))
 
     def show(self, scenes: dict[str, list[Source]], vertical: dict[str, str], active: str) -> None:
         """The host's scenes, and the vertical scenes with the sources that they show."""
