@@ -7,10 +7,12 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 preset=$1
 shift
 log="build/$preset.configure.log"
-if [ ! -f "build/$preset/build.ninja" ] || ! grep -q '^CVC_BUILD_TESTS:BOOL=ON' "build/$preset/CMakeCache.txt"; then
+# Configured anew in another environment, which may have more for the tests and benches.
+if ! grep -qsx "CVC_BUILT_IN:UNINITIALIZED=${CVC_ENVIRONMENT:-}" "build/$preset/CMakeCache.txt" ||
+  [ ! -f "build/$preset/build.ninja" ]; then
   mkdir -p build
   echo "Configuring ($preset)" >&2
-  cmake --preset "$preset" -DCVC_BUILD_TESTS=ON >"$log" 2>&1 || {
+  cmake --preset "$preset" -DCVC_BUILD_TESTS=ON -DCVC_BUILT_IN="${CVC_ENVIRONMENT:-}" >"$log" 2>&1 || {
     cat "$log" >&2
     exit 1
   }

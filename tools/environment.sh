@@ -16,8 +16,11 @@ die() {
   exit 1
 }
 
-package_list() { sed 's/#.*//' "$project_dir/tools/packages.txt" | tr -s ' \n' ',' | sed 's/^,//; s/,$//'; }
-root_dir() { echo "$cache_dir/root-$(package_list | sha256sum | cut -c1-12)"; }
+# The packages for the demo alone ("demo"), or all.
+package_list() {
+  sed "${1:+/^# ---/,\$d;}s/#.*//" "$project_dir/tools/packages.txt" | tr -s ' \n' ',' | sed 's/^,//; s/,$//'
+}
+root_dir() { echo "$cache_dir/root-$(package_list "$@" | sha256sum | cut -c1-12)"; }
 
 machine_is_enough() {
   local tool
@@ -83,7 +86,7 @@ bootstrap() {
 }
 
 make_root() {
-  local root=$1 free
+  local root=$1 packages=$2 free
   prepare_bootstrap
   free=$(df -Pk "$cache_dir" | awk 'NR == 2 { print $4 }')
   [ "$free" -ge "$needed_kib" ] ||
@@ -91,25 +94,27 @@ make_root() {
 
   say "Making the environment (once, about a minute): $root"
   rm -rf "$root.part"
-  if ! bootstrap "$(package_list)" "$root.part" 2>&1 | tee "$cache_dir/setup.log" | grep --line-buffered '^[IE]:' >&2; then
+  if ! bootstrap "$packages" "$root.part" 2>&1 | tee "$cache_dir/setup.log" | grep --line-buffered '^[IE]:' >&2; then
     tail -n 20 "$cache_dir/setup.log" >&2
     die "making the environment failed; the whole log is $cache_dir/setup.log"
   fi
   mv "$root.part" "$root"
 }
 
-# Sets $root to "/" or to a ready root; makes it when it is missing.
+# Sets $root to "/" or to a ready root; makes it when it is missing. With "demo" a smaller one, unless
+# there is one with all.
 prepare_environment() {
   if machine_is_enough; then
     root=/
     return
   fi
   root=$(root_dir)
+  [ -d "$root" ] || root=$(root_dir "$@")
   [ -d "$root" ] && { command -v bwrap >/dev/null || command -v chroot >/dev/null; } && return
   mkdir -p "$cache_dir"
   exec 9>"$cache_dir/lock"
   flock 9
-  [ -d "$root" ] || make_root "$root"
+  [ -d "$root" ] || make_root "$root" "$(package_list "$@")"
   exec 9>&-
 }
 
@@ -140,6 +145,7 @@ namespaces_work() {
 # Runs a command in the environment, in the current directory, and returns its status.
 enter() {
   mkdir -p "$cache_dir/ccache"
+  inner_environment+=("CVC_ENVIRONMENT=${root##*/}")
   case "${DEV_ENTER:-}" in
     bwrap) enter_bwrap "$@" ;;
     chroot) enter_chroot "$@" ;;
