@@ -192,6 +192,13 @@ TEST_F(ResilientOutputType, tells_of_a_failed_encoder_after_the_stop) {
     EXPECT_THAT(stop_codes(), ElementsAre(OBS_OUTPUT_SUCCESS, OBS_OUTPUT_ENCODE_ERROR));
     ASSERT_TRUE(wait_until([&] { return !obs_output_active(output); }));
     obs_output_remove_packet_callback(output, hold_until_stopped, this);
+
+    // The next start works, and its stop frees what libobs may have left with the failed encoder.
+    ScriptedEncoder::fails = false;
+    sink.forget(kKey);
+    ASSERT_TRUE(obs_output_start(output)) << last_error();
+    EXPECT_TRUE(wait_until([&] { return sink.newest_size(kKey) > 1000; }));
+    stop();
 }
 
 // A stream that nothing is sent of must not pass for one on air.
