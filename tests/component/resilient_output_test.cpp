@@ -38,7 +38,10 @@ constexpr const char *kKey = "key-nobody-may-see";
 
 class ResilientOutputType : public MuxRig {
 protected:
-    ~ResilientOutputType() override { stream_timeouts = {}; }
+    ~ResilientOutputType() override {
+        end();
+        stream_timeouts = {};
+    }
 
     void create_to(const std::string &server) {
         create(server, kKey, {0, 3}, kResilientOutputId);

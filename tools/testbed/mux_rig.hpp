@@ -26,11 +26,15 @@ protected:
         ScriptedEncoder::register_type();
     }
 
-    ~MuxRig() override {
+    ~MuxRig() override { end(); }
+
+    // Ends the stream and destroys the output, so that no thread of it is left.
+    void end() {
         if (output) {
             obs_output_stop(output);
             EXPECT_TRUE(wait_until([this] { return !obs_output_active(output); }));
         }
+        output = nullptr;
     }
 
     void create(const std::string &server, const char *key, const std::vector<size_t> &tracks,
