@@ -18,8 +18,8 @@ from pathlib import Path
 from livehost.folder import HostFolder, Profile, Source, built_module
 from livehost.host import LiveHost
 from livehost.received import Received
-from livehost.scene import HEIGHT, WIDTH, stage_sources
-from livehost.screen import VirtualScreen
+from livehost.scene import HEIGHT, WIDTH, busy_sources
+from livehost.screen import Screen, virtual_screen
 from livehost.servers import RtmpServer
 from livehost.waiting import wait_until
 
@@ -53,12 +53,12 @@ VERTICALS = (Vertical(540, 960, 1500), Vertical(1080, 1920, 4000))
 
 
 @dataclass(frozen=True)
-class Stage:
+class Setup:
     """What the hosts of all rounds share."""
 
     root: Path
     module: Path
-    screen: VirtualScreen
+    screen: Screen
     rtmp: RtmpServer
     sources: Sequence[Source]
 
@@ -82,13 +82,13 @@ class Stage:
 
 
 def cpu_seconds(hosts: Sequence[LiveHost]) -> float:
-    fields = [Path(f"/proc/{host.pid}/stat").read_text().rpartition(")")[2].split() for host in hosts]
+    fields = [Path(f"/proc/{host.process.pid}/stat").read_text().rpartition(")")[2].split() for host in hosts]
     return sum(int(ticks) for each in fields for ticks in each[11:13]) / TICKS_PER_SECOND
 
 
 def memory_mib(host: LiveHost) -> float:
     """Pages that processes share count in proportion."""
-    lines = Path(f"/proc/{host.pid}/smaps_rollup").read_text().splitlines()
+    lines = Path(f"/proc/{host.process.pid}/smaps_rollup").read_text().splitlines()
     return next(int(line.split()[1]) for line in lines if line.startswith("Pss:")) / 1024
 
 
@@ -103,25 +103,24 @@ def observe(hosts: Sequence[LiveHost], seconds: float) -> dict[str, float]:
             "frames lagged, %": 100 * sum(each.lagged for each in frames) / sum(each.rendered for each in frames)}
 
 
-def run(stage: Stage, who: str, tall: Vertical, seconds: float) -> dict[str, float]:
+def run(setup: Setup, who: str, tall: Vertical, seconds: float) -> dict[str, float]:
     with ExitStack() as stack:
         begin = time.monotonic()
-        hosts = [stack.enter_context(host) for host in stage.hosts(who, tall)]
+        hosts = [stack.enter_context(host) for host in setup.hosts(who, tall)]
         started = time.monotonic() - begin  # all have answered a request
         idle = observe(hosts, seconds / 2)
         for host in hosts:
             host.request("StartStream")
-        wait_until(lambda: all(host.main_active() for host in hosts), 30, "host's stream on air")
+        wait_until(lambda: all(host.main_active() for host in hosts), 30, "host's stream live")
         if who == MODULE:
-            wait_until(hosts[0].vertical_active, 30, "vertical stream on air")
+            wait_until(hosts[0].vertical_active, 30, "vertical stream live")
         time.sleep(seconds / 2)
         figures = observe(hosts, seconds)
         for host in hosts:
             host.request("StopStream")
         wait_until(lambda: not any(host.main_active() or host.vertical_active() for host in hosts), 90, "streams ended")
-    stage.rtmp.wait_idle()
     if who != ALONE:
-        facts = Received(stage.rtmp.recording("vertical")).video.facts
+        facts = Received(setup.rtmp.recording("vertical")).video.facts
         if (facts["width"], facts["height"]) != (tall.width, tall.height):
             raise RuntimeError(f"{who}: a vertical stream of {facts['width']}x{facts['height']} arrived")
     return figures | {"start, s": started, "idle CPU, %": idle["CPU, %"]}
@@ -131,11 +130,11 @@ def measure(setting: Setting) -> Iterator[Report]:
     candidates = {ALONE: (ALONE, VERTICALS[0])} | {
         f"{who}, {tall.width}x{tall.height}": (who, tall) for tall in VERTICALS for who in (MODULE, TWO_HOSTS)}
     rounds: Rounds = defaultdict(list)
-    with tempfile.TemporaryDirectory() as folder, VirtualScreen() as screen, RtmpServer(Path(folder, "rtmp")) as rtmp:
-        stage = Stage(Path(folder), built_module(setting.build.name), screen, rtmp, stage_sources(Path(folder)))
+    with tempfile.TemporaryDirectory() as folder, virtual_screen() as screen, RtmpServer(Path(folder, "rtmp")) as rtmp:
+        setup = Setup(Path(folder), built_module(), screen, rtmp, busy_sources(Path(folder)))
         for _ in setting.rounds(minutes=7):
             for name, (who, tall) in candidates.items():
-                rounds[name].append(run(stage, who, tall, seconds=2 if setting.quick else 10))
+                rounds[name].append(run(setup, who, tall, seconds=2 if setting.quick else 10))
                 yield canvas_report(rounds)
 
 

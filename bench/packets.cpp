@@ -4,14 +4,12 @@
 // (--benchmark_min_time=5x: five); its time is the packet callback's CPU time.
 #include "meter.hpp"
 #include "replay.hpp"
-#include "testbed/local_sink.hpp"
-#include "testbed/obs_session.hpp"
-#include "testbed/ports.hpp"
-#include "testbed/stand_in_frontend.hpp"
-#include "testbed/wait.hpp"
+#include "support/fake_frontend.hpp"
+#include "support/local_server.hpp"
+#include "support/obs_session.hpp"
+#include "support/wait.hpp"
 
 #include <QApplication>
-#include <QProcess>
 
 #include <benchmark/benchmark.h>
 #include <valgrind/callgrind.h>
@@ -153,23 +151,11 @@ void add(const char *name, const char *type, const std::string &url, bool growin
     }
 }
 
-// Takes one stream after another and throws them away. Returns the address.
-std::string start_srt_listener(QProcess &process) {
-    const int port = test::free_port();
-    const std::string url = std::format("srt://127.0.0.1:{}", port);
-    process.setStandardOutputFile(QProcess::nullDevice());
-    process.start(
-        "srt-live-transmit", {"-q", QString::fromStdString(url + "?mode=listener"), "file://con"});
-    require(test::wait_until([port] { return test::is_udp_port_bound(port); }),
-        "starting the SRT listener");
-    return url;
-}
-
 // With a canvas so small that drawing it disturbs nothing.
 void load_module(const std::string &dir) {
     std::ofstream(dir + "/corvane-vertical-canvas.ini")
         << "[VerticalCanvas]\ncanvaswidth=32\ncanvasheight=64\n";
-    test::StandInFrontend::get().profile_dir = dir;
+    test::FakeFrontend::get().profile_dir = dir;
     obs_module_t *module = nullptr;
     require(obs_open_module(&module, CVC_MODULE, CVC_MODULE_DATA) == MODULE_SUCCESS &&
                 obs_init_module(module),
@@ -186,18 +172,15 @@ int main(int argc, char **argv) {
     test::ObsSession::load_host_module("obs-outputs");
     test::ObsSession::load_host_module("rtmp-services");
     load_module(dir.path().toStdString());
-    const test::LocalSink rtmp;
-    QProcess srt;
-    const std::string srt_url = start_srt_listener(srt);
+    const test::LocalServer rtmp;
+    const test::LocalServer srt(test::LocalServer::kSrt);
     add("standard RTMP", "cv_vertical_mux_rtmp", rtmp.url(), true);
     add("host RTMP", "rtmp_output", rtmp.url(), true);
     add("resilient RTMP", "cv_vertical_mux_resilient", rtmp.url());
-    add("standard SRT", "cv_vertical_mux_rtmp", srt_url, true);
-    add("host SRT", "ffmpeg_mpegts_muxer", srt_url, true);
-    add("resilient SRT", "cv_vertical_mux_resilient", srt_url);
+    add("standard SRT", "cv_vertical_mux_rtmp", srt.url(), true);
+    add("host SRT", "ffmpeg_mpegts_muxer", srt.url(), true);
+    add("resilient SRT", "cv_vertical_mux_resilient", srt.url());
     add("floor: FLV into dev null", "flv_output", "/dev/null");
     benchmark::RunSpecifiedBenchmarks();
-    srt.kill();
-    srt.waitForFinished();
     return 0;
 }

@@ -12,7 +12,7 @@ from collections.abc import Iterator, Sequence
 from pathlib import Path
 from typing import Any
 
-from livehost.screen import VirtualScreen
+from livehost.screen import virtual_screen
 from matplotlib.pyplot import Figure
 
 from measuring import Report, Rounds, Setting, column, ratio
@@ -26,7 +26,7 @@ OUTPUTS = (*GROWING, "resilient RTMP", "resilient SRT", "floor: FLV into dev nul
 def run(setting: Setting, program: str, *flags: str, under: Sequence[str] = (),
         **variables: str) -> list[dict[str, Any]]:
     """The program's benchmarks. One that broke off is an error."""
-    with VirtualScreen() as screen, tempfile.TemporaryDirectory() as folder:
+    with virtual_screen() as screen, tempfile.TemporaryDirectory() as folder:
         # As in the host, each log line is written to a file by itself.
         out, log = Path(folder, "out"), Path(folder, "log")
         with log.open("w") as stream:

@@ -4,8 +4,8 @@
 #include "core/config_files.hpp"
 #include "core/module_state.hpp"
 #include "core/scene_list_store.hpp"
-#include "testbed/obs_session.hpp"
-#include "testbed/wait.hpp"
+#include "support/obs_session.hpp"
+#include "support/wait.hpp"
 #include "ui/vertical_dock.hpp"
 
 #include <QApplication>
@@ -41,6 +41,7 @@ public:
         module_state.global_config_path = dir_.filePath("list.ini").toStdString();
         config_open(&module_state.global_config, module_state.global_config_path.c_str(),
             CONFIG_OPEN_ALWAYS);
+        module_state.scene_list_restored = true; // else a save keeps what is in the file
         save_scene_list();
         dock.setPreviewShown(false); // draws the same whatever the number of scenes
         dock.show();

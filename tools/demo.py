@@ -12,27 +12,26 @@ import shutil
 import sys
 import tempfile
 import time
-from collections.abc import Callable, Mapping, Sequence
+from collections.abc import Mapping, Sequence
 from contextlib import nullcontext
 from dataclasses import dataclass, field
 from pathlib import Path
 
 from PIL import Image
 
-from livehost.checks import Format, cover_faults, entry_faults, stream_faults
+from livehost.actions import RIGHT, UserActions
+from livehost.checks import Format, entry_faults, stream_faults
 from livehost.folder import HostFolder, Profile, Source, built_module
-from livehost.hands import RIGHT, SETTINGS_ITEM, Hands
 from livehost.host import FrameCount, HostError, LiveHost
 from livehost.received import Received
-from livehost.remote import RequestError
-from livehost.report import Column, table
-from livehost.scene import pause_sources, stage_sources
-from livehost.screen import OwnScreen, VirtualScreen
+from livehost.report import column, table
+from livehost.scene import TONE_HZ, busy_sources, cover_faults, pause_sources
+from livehost.screen import Screen, user_screen, virtual_screen
 from livehost.servers import RtmpServer, SrtListener
-from livehost.waiting import DeadlineError, wait_until
+from livehost.waiting import wait_until
 
-MAIN = Format(1280, 720, 30, audio_tracks=1)
-VERTICAL = Format(1080, 1920, 30, audio_tracks=6, profile="High", bitrate_kbps=4000)
+MAIN = Format(1280, 720, audio_tracks=1, profile=None, tones_hz=[{TONE_HZ}])
+VERTICAL = Format(bitrate_kbps=4000, tones_hz=[{TONE_HZ}] * 6)
 # Just large enough for the window: the smaller the preview, the less of a processor it takes.
 SCREEN = (1300, 1000)
 SLOW_SHARE = 0.05
@@ -45,198 +44,144 @@ def say(text: str) -> None:
     print(f"==> {text}", flush=True)
 
 
-@dataclass(frozen=True)
-class Target:
-    """Where the vertical stream goes, and whether the main stream takes it along."""
-
-    url: str
-    key: str = ""
-    follows_main: bool = True
-
-
 @dataclass
 class Run:
     """One run of the host: the streams as received, and everything that was wrong."""
 
     protocol: str
+    url: str
     frames: FrameCount | None = None
     leaks: int | None = None
     log: str = ""
     streams: dict[str, Received] = field(default_factory=dict)
     faults: list[str] = field(default_factory=list)
 
-    def columns(self) -> list[Column]:
-        return [Column(f"{name} ({self.protocol})", stream, self.frames, self.leaks)
-                for name, stream in self.streams.items()]
+
+def set_up(user: UserActions, run: Run) -> None:
+    """What a user does before the first stream."""
+    user.open_settings()
+    user.type(run.url, "urlEdit")
+    if run.protocol == "RTMP":
+        user.type("vertical", "keyEdit")
+    else:
+        user.click("autoStartCheck")
+    user.save_settings()
+    user.place_dock(RIGHT)
+    user.assign("Scene 1", "Stage")
+    user.give_name("addButton", "Add Scene", "Pause")
+    user.lists("► Scene 1 [Stage]", " Pause")
+    user.click("sceneList", 1)
+    user.assign("Pause", "Pause")
+    user.click("sceneList", 0)
+    user.lists("► Scene 1 [Stage]", " Pause [Pause]")
 
 
-def set_up(hands: Hands, target: Target) -> None:
-    """What a person does before the first stream."""
-    title = "Vertical Canvas \u2014 Settings"
-    hands.choose(SETTINGS_ITEM)
-    hands.window(title)
-    hands.type(target.url, "urlEdit")
-    hands.type(target.key, "keyEdit")
-    if not target.follows_main:
-        hands.click("autoStartCheck")
-    hands.press("Save")
-    hands.gone(title)
-    hands.place_dock(RIGHT)
-    hands.assign("Scene 1", "Stage")
-    hands.give_name("addButton", "Add Scene", "Pause")
-    hands.lists("\u25ba Scene 1 [Stage]", " Pause")
-    hands.click_row("sceneList", 1)
-    hands.assign("Pause", "Pause")
-    hands.click_row("sceneList", 0)
-    hands.lists("\u25ba Scene 1 [Stage]", " Pause [Pause]")
-
-
-def go_live(host: LiveHost, hands: Hands, target: Target) -> None:
-    hands.click("streamButton")
-    wait_until(host.main_active, 20, "main stream on air")
-    if not target.follows_main:
+def go_live(host: LiveHost, user: UserActions, protocol: str) -> None:
+    user.click("streamButton")
+    wait_until(host.main_active, 20, "main stream live")
+    if protocol == "SRT":
         # It is enabled only while the vertical stream has not started by itself.
-        wait_until(lambda: hands.look("startButton")["enabled"], 20, "start button to press")
-        hands.click("startButton")
-    wait_until(host.vertical_active, 20, "vertical stream on air")
+        wait_until(lambda: user.look("startButton")["enabled"], 20, "start button enabled")
+        user.click("startButton")
     host.wait_for_log("mux opened: ")
-    hands.reads("statusLabel", "Streaming")
-    say("both streams are on air")
+    user.reads("statusLabel", "Streaming")
+    say("both streams are live")
 
 
-def stay_live(host: LiveHost, seconds: int, take_picture: Callable[[], None]) -> None:
-    began = time.monotonic()
-
-    def on_air_until(mark: int) -> bool:
-        if not (host.main_active() and host.vertical_active()):
-            raise HostError("a stream ended before it was told to")
-        return time.monotonic() - began >= mark
-
-    marks = [*range(5, seconds, 5), seconds]
-    for mark in marks:
-        wait_until(lambda: on_air_until(mark), mark + 30, f"{mark} s on air")
-        say(f"{mark} s on air")
-        if mark == marks[len(marks) // 2]:
-            take_picture()
-
-
-def end(host: LiveHost, hands: Hands, seconds: int) -> None:
-    """The vertical stream ends with the main one, however it was started."""
-    hands.click("streamButton")
-    wait_until(lambda: not host.main_active() and not host.vertical_active(), 60 + 5 * seconds,
-               "both streams stopped")
-    hands.reads("statusLabel", "Stopped")
-    say("both streams have stopped")
-
-
-def run_host(run: Run, folder: HostFolder, screen: VirtualScreen | OwnScreen, target: Target, seconds: int,
-             picture: Path) -> None:
+def run_host(run: Run, folder: HostFolder, screen: Screen, seconds: int, picture: Path) -> None:
     host = LiveHost(folder, screen, "demo", "demo")
     try:
         say(f"{run.protocol}: starting the host")
         with host:
-            hands = Hands(host)
-            set_up(hands, target)
+            user = UserActions(host)
+            set_up(user, run)
             say("the vertical canvas is set up")
-
-            def take_picture() -> None:
+            before = host.frames()
+            go_live(host, user, run.protocol)
+            for mark in (seconds / 2, seconds):
+                time.sleep(seconds / 2)
+                user.reads("statusLabel", "Streaming", seconds=0)
+                say(f"{mark:g} s live")
                 if not picture.exists() and not screen.grab(picture):
                     say("this screen does not let windows be pictured: no host.png")
-            before = host.frames()
-            go_live(host, hands, target)
-            stay_live(host, seconds, take_picture)
             run.frames = host.frames() - before
-            end(host, hands, seconds)
+            user.click("streamButton")  # ends the vertical stream, too, however it was started
+            wait_until(lambda: not host.main_active() and not host.vertical_active(), 60 + 5 * seconds, "streams ended")
+            user.reads("statusLabel", "Stopped")
+            say("both streams have stopped")
         run.leaks = host.leaks()
         if run.leaks != 0:
-            run.faults.append("the host's log ends without a leak count" if run.leaks is None
-                              else f"the host leaked {run.leaks} allocations")
+            run.faults.append(f"the host leaked {run.leaks or 'an unknown number of'} allocations")
     finally:
         run.log = host.log()
 
 
 def check(run: Run, seconds: int, frame_path: Path) -> None:
-    for name, received in run.streams.items():
-        if received.videos and received.video.seconds < seconds - SHORT_SECONDS:
-            run.faults.append(f"{name}: only {received.video.seconds:.1f} s arrived of the {seconds} s on air")
-    run.faults += [f"main: {fault}" for fault in stream_faults(run.streams["main"], MAIN)]
-    vertical = run.streams["vertical"]
-    faults = stream_faults(vertical, VERTICAL)
-    if vertical.videos:
-        frame = vertical.frame(vertical.video.seconds / 2)
-        Image.fromarray(frame).save(frame_path)
-        faults += cover_faults(frame)
-        if run.protocol == "SRT":
-            faults += entry_faults(vertical)
-    run.faults += [f"vertical: {fault}" for fault in faults]
+    for name, wanted in (("main", MAIN), ("vertical", VERTICAL)):
+        stream = run.streams[name]
+        faults = stream_faults(stream, wanted)
+        if stream.videos and stream.video.seconds < seconds - SHORT_SECONDS:
+            faults.append(f"only {stream.video.seconds:.1f} s arrived of the {seconds} s live")
+        if stream.videos and name == "vertical":
+            frame = stream.frame(stream.video.seconds / 2)
+            Image.fromarray(frame).save(frame_path)
+            faults += cover_faults(frame) + (entry_faults(stream) if run.protocol == "SRT" else [])
+        run.faults += [f"{name}: {fault}" for fault in faults]
 
 
 def demonstrate(protocol: str, arguments: argparse.Namespace, root: Path, scenes: Mapping[str, Sequence[Source]],
-                screen: VirtualScreen | OwnScreen) -> Run:
+                screen: Screen) -> Run:
     """One whole run with the protocol; a run that breaks off is a fault like any other."""
-    run = Run(protocol)
     out = arguments.out
     folder = HostFolder(root / "host")
     with RtmpServer(root / "rtmp") as rtmp, SrtListener(root / "srt") if protocol == "SRT" else nullcontext() as srt:
-        target = Target(srt.url, follows_main=False) if srt else Target(rtmp.url, "vertical")
+        run = Run(protocol, (srt or rtmp).url)
         folder.add_profile(Profile("demo", rtmp.url, "main"))
         folder.add_collection("demo", scenes)
         folder.install_module(built_module())
         try:
-            run_host(run, folder, screen, target, arguments.seconds, out / "host.png")
-            rtmp.wait_idle()
-            vertical = srt.wait_hung_up() if srt else rtmp.recording("vertical")
-            kept = {"main": rtmp.recording("main"), "vertical": vertical}
+            run_host(run, folder, screen, arguments.seconds, out / "host.png")
+            kept = {"main": rtmp.recording("main"), "vertical": srt.recording() if srt else rtmp.recording("vertical")}
             for name, path in kept.items():
                 copy = out / f"{name}{path.suffix}"
                 # The second run's main stream is checked like the first one's, but only one is kept.
                 run.streams[name] = Received(path if copy.exists() else Path(shutil.copyfile(path, copy)))
             check(run, arguments.seconds, out / "frame.png")
-        except (DeadlineError, HostError, RequestError, OSError) as error:
+        except (HostError, OSError) as error:
             run.faults.append(f"broke off: {error}")
     return run
 
 
-def parse_arguments() -> argparse.Namespace:
-    parser = argparse.ArgumentParser(prog="./dev demo", description=__doc__)
-    parser.add_argument("--seconds", type=int, default=15, help="how long each run is on air (default 15)")
-    parser.add_argument("--out", type=Path, required=True, help="folder of the results")
-    only = parser.add_mutually_exclusive_group()
-    only.add_argument("--rtmp", action="store_const", dest="protocols", const=["RTMP"], help="only the run over RTMP")
-    only.add_argument("--srt", action="store_const", dest="protocols", const=["SRT"], help="only the run over SRT")
-    parser.add_argument("--window", action="store_true", help="show the host on this screen")
-    parser.set_defaults(protocols=["RTMP", "SRT"])
-    arguments = parser.parse_args()
-    if arguments.seconds < 2:
-        parser.error("--seconds must be at least 2")
-    return arguments
-
-
 def main() -> int:
-    arguments = parse_arguments()
+    parser = argparse.ArgumentParser(prog="./dev demo", description=__doc__)
+    parser.add_argument("--seconds", type=int, choices=range(2, 3601), default=15, metavar="N",
+                        help="how long each run is live (default 15)")
+    parser.add_argument("--out", type=Path, required=True, help="folder of the results")
+    parser.add_argument("--rtmp", action="append_const", dest="protocols", const="RTMP", help="only the run over RTMP")
+    parser.add_argument("--srt", action="append_const", dest="protocols", const="SRT", help="only the run over SRT")
+    parser.add_argument("--window", action="store_true", help="show the host on this screen")
+    arguments = parser.parse_args()
     out = arguments.out
     out.mkdir(parents=True, exist_ok=True)
     for name in RESULTS:
         (out / name).unlink(missing_ok=True)  # so that nothing of an earlier demo passes for a result
-    with tempfile.TemporaryDirectory() as temporary:
+    with (tempfile.TemporaryDirectory() as temporary,
+          nullcontext(user_screen()) if arguments.window else virtual_screen(*SCREEN) as screen):
         root = Path(temporary)
         say("making the pictures and the tone")
-        scenes = {"Stage": stage_sources(root), "Pause": pause_sources(root)}
-        with OwnScreen() if arguments.window else VirtualScreen(*SCREEN) as screen:
-            runs = [demonstrate(protocol, arguments, root / protocol, scenes, screen)
-                    for protocol in arguments.protocols]
-        (out / "host.log").write_text("".join(run.log for run in runs))
-        columns = [column for run in runs for column in run.columns()]
-        if columns:
-            print(f"\n{table(columns)}\n")
+        scenes = {"Stage": busy_sources(root), "Pause": pause_sources(root)}
+        runs = [demonstrate(protocol, arguments, root / protocol, scenes, screen)
+                for protocol in arguments.protocols or ("RTMP", "SRT")]
+    (out / "host.log").write_text("".join(run.log for run in runs))
+    print("", table([column(f"{name} ({run.protocol})", stream, run.frames, run.leaks)
+                     for run in runs for name, stream in run.streams.items() if stream.videos]), "", sep="\n")
     for run in runs:
         if run.frames and run.frames.lagged > SLOW_SHARE * run.frames.rendered:
             print(f"NOTE   {run.protocol}: the host repeated frames that it could not compose in time; without a\n"
                   "       graphics card it takes more than two free processor cores to compose them all.")
-    faults = [f"{run.protocol}: {fault}" for run in runs for fault in run.faults]
-    for fault in faults:
-        print(f"FAULT  {fault}")
-    print(f"{len(faults)} faults." if faults else "All is as it should be.", f"The results are in {out}")
+    faults = [f"FAULT  {run.protocol}: {fault}" for run in runs for fault in run.faults]
+    print(*faults, f"{len(faults)} faults." if faults else "All is as it should be.", sep="\n")
+    print(f"The results are in {out}")
     return 1 if faults else 0
 
 

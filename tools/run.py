@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""The host with the module in a window on the person's own screen, until it is closed.
+"""The host with the module in a window on the user's own screen, until it is closed.
 
 Its configuration lives in build/run-config and is kept from run to run; delete the folder to
 begin afresh.
@@ -10,8 +10,8 @@ from pathlib import Path
 
 from livehost.folder import HostFolder, Profile, built_module
 from livehost.host import LiveHost
-from livehost.scene import stage_sources
-from livehost.screen import OwnScreen
+from livehost.scene import busy_sources
+from livehost.screen import user_screen
 
 NAME = "run"
 
@@ -20,13 +20,13 @@ def main() -> int:
     root = Path(__file__).resolve().parents[1] / "build" / "run-config"
     folder = HostFolder(root)
     if not folder.profile_folder(NAME).exists():
-        folder.add_collection(NAME, {"Stage": stage_sources(root)})
+        folder.add_collection(NAME, {"Stage": busy_sources(root)})
         folder.add_profile(Profile(NAME))
     folder.install_module(built_module())
-    host = LiveHost(folder, OwnScreen(), NAME, NAME)
+    host = LiveHost(folder, user_screen(), NAME, NAME)
     host.start()
     print(f"The host runs with the configuration in {root}; close its window to end.", flush=True)
-    return host.wait_closed()
+    return host.process.wait()
 
 
 if __name__ == "__main__":

@@ -10,6 +10,9 @@ namespace corvane {
 
 namespace {
 
+constexpr const char *kLogTag = "corvane-obs-vertical";
+constexpr const char *kWidgetLogTag = "corvane";
+
 void write_line(int level, const char *tag, const char *format, va_list arguments) {
     const std::string line = std::string("[") + tag + "] " + format;
     blogva(level, line.c_str(), arguments);

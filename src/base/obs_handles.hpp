@@ -4,7 +4,6 @@
 
 #include <obs.hpp>
 #include <util/bmem.h>
-#include <util/config-file.h>
 
 #include <memory>
 
@@ -18,12 +17,11 @@ struct ReleaseWith {
     }
 };
 
-// A string or block allocated by the host.
+// A string allocated by libobs (bmalloc).
 using HostString = std::unique_ptr<char, ReleaseWith<bfree>>;
 using ViewHandle = std::unique_ptr<obs_view_t, ReleaseWith<obs_view_destroy>>;
-using ConfigHandle = std::unique_ptr<config_t, ReleaseWith<config_close>>;
 
-// What is handed to a signal or procedure and what comes back.
+// Parameters and results of a signal or procedure.
 class Calldata {
 public:
     Calldata() { calldata_init(&data_); }

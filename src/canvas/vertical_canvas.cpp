@@ -2,7 +2,6 @@
 #include "canvas/vertical_canvas.hpp"
 
 #include "base/log.hpp"
-#include "canvas/frame_rate_divisor.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -11,27 +10,9 @@ namespace corvane {
 
 namespace {
 
-// The host's sixth audio track. The only mixer bit the canvas ever changes, and only on
-// sources that are assigned to vertical scenes.
-constexpr uint32_t kActiveAudioMixer = 1U << 5;
+constexpr uint32_t kMaxSide = 16384; // of a texture, with common drivers
 
-void add_marker(obs_source_t *source) {
-    const uint32_t mixers = obs_source_get_audio_mixers(source);
-    if ((mixers & kActiveAudioMixer) == 0) {
-        obs_source_set_audio_mixers(source, mixers | kActiveAudioMixer);
-    }
-}
-
-void remove_marker(obs_source_t *source) {
-    const uint32_t mixers = obs_source_get_audio_mixers(source);
-    if ((mixers & kActiveAudioMixer) != 0) {
-        obs_source_set_audio_mixers(source, mixers & ~kActiveAudioMixer);
-    }
-}
-
-constexpr uint32_t kLongestSide = 16384; // of a texture, with common drivers
-
-// Whether libobs converts to the format by one texture of two planes; all others can be odd.
+// Whether libobs converts to the format with one two-plane texture, which cannot have odd sides.
 bool needs_even_size(const obs_video_info &host) {
     obs_enter_graphics();
     const bool two_planes = host.gpu_conversion &&
@@ -41,11 +22,11 @@ bool needs_even_size(const obs_video_info &host) {
     return two_planes;
 }
 
-// libobs refuses other sizes too, but leaves a thread behind that holds up the host's end; where
-// memory is short for them it ends the process.
+// libobs refuses other sizes too, but leaks a thread that blocks the host's exit, or ends the
+// process when out of memory.
 bool size_is_possible(uint32_t width, uint32_t height, const obs_video_info &host) {
     const bool odd = width % 2 != 0 || height % 2 != 0;
-    return std::max(width, height) <= kLongestSide && !(odd && needs_even_size(host));
+    return std::max(width, height) <= kMaxSide && !(odd && needs_even_size(host));
 }
 
 } // namespace
@@ -64,16 +45,16 @@ bool VerticalCanvas::init() {
             log_warning("VerticalCanvas already initialised");
             return true;
         }
-        if (!init_locked()) {
+        if (!create_view()) {
             return false;
         }
     }
     video_reset_.Connect(obs_get_signal_handler(), "video_reset", on_video_reset, this);
-    follow_host_sources_from_now();
+    connect_source_signals();
     return true;
 }
 
-bool VerticalCanvas::init_locked() {
+bool VerticalCanvas::create_view() {
     obs_video_info host{};
     if (!obs_get_video_info(&host)) {
         log_error("obs_get_video_info failed — OBS not ready");
@@ -93,7 +74,7 @@ bool VerticalCanvas::init_locked() {
     }
     audio_ = obs_get_audio();
 
-    if (!create_scene_unlocked("Scene 1")) {
+    if (!create_scene_unlocked(kDefaultScene)) {
         log_warning("Failed to create default scene");
     }
     initialised_ = true;
@@ -102,13 +83,13 @@ bool VerticalCanvas::init_locked() {
     return true;
 }
 
-// Puts the view into the video pipeline with the host's formats and the canvas's own size and
-// rate. Base and output size are equal so that nothing is rescaled.
+// Adds the view to the video pipeline with the host's formats and the canvas's size and rate. Base
+// and output size are equal, so nothing is rescaled.
 bool VerticalCanvas::add_view(const obs_video_info &host) {
     if (!size_is_possible(width(), height(), host)) {
         log_error("Canvas size %ux%u is not possible: at most %ux%u, and even numbers with the "
                   "host's colour formats NV12 and P010",
-            width(), height(), kLongestSide, kLongestSide);
+            width(), height(), kMaxSide, kMaxSide);
         return false;
     }
     video_info_ = host;
@@ -117,14 +98,14 @@ bool VerticalCanvas::add_view(const obs_video_info &host) {
     video_info_.fps_num = fps_num();
     video_info_.fps_den = fps_den();
     if (config_.follow_host_rate) {
-        follow_rate_of(host);
+        use_host_rate(host);
     }
     video_ = obs_view_add2(view_.get(), &video_info_);
     return video_ != nullptr;
 }
 
-// With the rate at which libobs really renders it, a view's clock is true.
-void VerticalCanvas::follow_rate_of(const obs_video_info &host) {
+// A view's clock is only right at the rate at which libobs renders it, the host's.
+void VerticalCanvas::use_host_rate(const obs_video_info &host) {
     video_info_.fps_num = host.fps_num;
     video_info_.fps_den = host.fps_den;
     const uint32_t divisor =
@@ -140,8 +121,8 @@ void VerticalCanvas::follow_rate_of(const obs_video_info &host) {
     }
 }
 
-// libobs renders the view at the host's rate but counts its frames at the canvas's. A slower
-// canvas leaves frames out; a faster one is short of frames and its clock falls behind.
+// libobs renders the view at the host's rate but counts frames at the canvas's. A slower canvas
+// skips frames; a faster one gets too few, and its clock falls behind.
 void VerticalCanvas::warn_if_faster_than(const obs_video_info &host) const {
     if (!config_.follow_host_rate &&
         uint64_t{fps_num()} * host.fps_den > uint64_t{host.fps_num} * fps_den()) {
@@ -160,9 +141,9 @@ void VerticalCanvas::on_video_reset(void *canvas, calldata_t *) {
     }
 }
 
-// A reset of the host's video frees every view's place in the pipeline, the video output with
-// it, and brings back only the host's own. The view itself and its scene live on, but libobs keeps
-// items in proportion to the host's canvas: another size moves them, so all are placed anew.
+// A reset of the host's video removes every view from the pipeline, with its video output, and adds
+// only the host's own again. The view and its scene survive, but libobs scales items with the
+// host's canvas, so all are placed again.
 void VerticalCanvas::add_view_again() {
     obs_view_remove(view_.get());
     video_ = nullptr;
@@ -184,7 +165,7 @@ void VerticalCanvas::add_view_again() {
 
 void VerticalCanvas::shutdown() {
     video_reset_.Disconnect();
-    follow_host_sources_no_more();
+    disconnect_source_signals();
 
     const std::scoped_lock lock(mutex_);
     if (!initialised_) {
@@ -220,51 +201,6 @@ void VerticalCanvas::remove_view() {
         view_.reset();
     }
     lingering_output_ = nullptr;
-}
-
-void VerticalCanvas::clear_active_audio() {
-    if (!config_.use_active_scene_audio) {
-        return;
-    }
-    for (const VerticalScene &entry : scenes_) {
-        if (entry.source) {
-            remove_marker(entry.source);
-        }
-    }
-}
-
-void VerticalCanvas::apply_active_audio() {
-    if (!config_.use_active_scene_audio) {
-        return;
-    }
-    clear_active_audio();
-    const VerticalScene *active = active_scene();
-    if (active && active->source) {
-        add_marker(active->source);
-    }
-}
-
-// Every path that drops a source from a scene comes through here. The marker goes also when the
-// option is off, so that the source keeps no trace of the canvas.
-void VerticalCanvas::release_source(VerticalScene &entry) {
-    const OBSSourceAutoRelease source = std::move(entry.source);
-    if (!source) {
-        return;
-    }
-    entry.source_name = obs_source_get_name(source);
-    remove_marker(source);
-    obs_source_dec_showing(source);
-
-    // A draw callback that has read the old pointer runs inside the graphics context: once we
-    // have been in there ourselves, it is done with it and the reference may go.
-    publish_active_source();
-    obs_enter_graphics();
-    obs_leave_graphics();
-}
-
-void VerticalCanvas::publish_active_source() {
-    const VerticalScene *active = active_scene();
-    active_source_ = active ? active->source.Get() : nullptr;
 }
 
 } // namespace corvane

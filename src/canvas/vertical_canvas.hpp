@@ -5,7 +5,6 @@
 #include "canvas/canvas_config.hpp"
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -15,40 +14,48 @@
 
 namespace corvane {
 
-// One entry of the canvas's scene list: a private scene, never listed among the host's, that
-// shows one ordinary host source.
+// One entry of the canvas's scene list: a private scene, not listed among the host's, that shows
+// one ordinary host source.
 struct VerticalScene {
     std::string name;
-    // Kept even while the host has no source of that name; empty for none. Of a source that is
-    // held, the host may have changed the name since: ask current_source_name().
+    // Empty for none; kept while the host has no source of that name. May be out of date while
+    // `source` is set: use current_source_name().
     std::string source_name;
     OBSSceneAutoRelease scene;
     // Holds one "showing" count besides the reference.
     OBSSourceAutoRelease source;
 };
 
-// The second canvas: a libobs view with a video output of its own and the list of vertical
-// scenes that it can show.
+// An entry's names; an empty source name for none.
+struct SceneInfo {
+    std::string name;
+    std::string source_name;
+};
+
+// The second canvas: a libobs view with its own video output and the list of vertical scenes that
+// it can show.
 //
-// Public operations lock for their whole run, libobs calls included, except where said
-// otherwise. Names are UTF-8 and compared byte for byte. Operations on scenes report failure
-// by false and one log line.
+// Public operations lock for their whole run, libobs calls included, unless noted. Names are UTF-8
+// and compared byte for byte. Scene operations report failure by false and one log line.
 class VerticalCanvas {
 public:
+    // The scene that init() creates.
+    static constexpr const char *kDefaultScene = "Scene 1";
+
     explicit VerticalCanvas(const CanvasConfig &config);
     ~VerticalCanvas();
     VerticalCanvas(const VerticalCanvas &) = delete;
     VerticalCanvas &operator=(const VerticalCanvas &) = delete;
 
-    // Creates the view and the default scene "Scene 1". On false nothing is left behind.
+    // Creates the view and the default scene. Leaves nothing behind on failure.
     bool init();
 
-    // Releases everything and takes the marker off the sources; does nothing when not
-    // initialised. A new init may follow.
+    // Releases everything and removes the marker from the sources; does nothing when not
+    // initialised. init() may be called again.
     void shutdown();
 
-    // Takes over an output that should have ended and may still use the video and the audio. Unless
-    // it has ended by the shutdown, view and output are never released.
+    // Takes over an output that should have ended and may still use the video and the audio. If it
+    // is still active at the shutdown, view and output are leaked.
     void keep_video_for(OBSOutputAutoRelease output);
 
     // Unlocked reads, for the thread that runs init, shutdown and the host's video resets.
@@ -57,9 +64,9 @@ public:
     uint32_t height() const { return config_.height; }
     uint32_t fps_num() const { return config_.fps_num; }
     uint32_t fps_den() const { return config_.fps_den; }
-    // The rate of the stream, and how many of the video output's frames make one of it. Where the
-    // view follows the host, the canvas's own rate is reached by leaving frames out; where that
-    // does not come out even, the stream has the host's.
+    // The stream's rate and the video output's divided by it. With the view at the host's rate, the
+    // canvas's rate is reached by skipping frames; if that is no whole division, the stream has the
+    // host's rate.
     uint32_t stream_fps_num() const { return stream_fps_num_; }
     uint32_t stream_fps_den() const { return stream_fps_den_; }
     uint32_t frame_rate_divisor() const { return frame_rate_divisor_; }
@@ -76,40 +83,39 @@ public:
     bool rename_scene(const std::string &old_name, const std::string &new_name);
     bool set_active_scene(const std::string &name);
 
-    // Shows the host source in the scene, scaled once to cover the canvas. An empty source
-    // name clears the scene. When the host has no such source the old assignment is gone, the
-    // name is kept for a later attempt, the old picture stays and the result is false.
+    // Shows the host source in the scene, scaled once to cover the canvas. An empty source name
+    // clears the scene. If the host has no such source, the result is false, the old assignment is
+    // dropped, its item stays visible and the name is kept for a source created later.
     bool assign_scene_source(const std::string &scene_name, const std::string &source_name);
 
+    // All scenes in order.
+    std::vector<SceneInfo> scene_list() const;
     std::vector<std::string> scene_names() const;
 
-    // Empty when no scene is active.
+    // Empty without an active scene.
     std::string active_scene_name() const;
 
-    // Empty when the scene does not exist or has no source.
+    // Empty if the scene does not exist or has no source.
     std::string scene_source_name(const std::string &scene_name) const;
 
-    // Grows whenever the host gives an assigned source another name. Any thread.
+    // How often the host has renamed an assigned source. Lock-free.
     uint32_t source_renames() const { return source_renames_; }
 
-    // The source assigned to the active scene, or null; borrowed, takes no lock.
-    // On the graphics thread, inside the graphics context (as a display's draw callback is),
-    // the pointer stays good until the context is left: release_source() publishes the change
-    // and then passes through that context before it lets the reference go. Elsewhere it is
-    // good only as long as nobody changes the assignment.
+    // The source assigned to the active scene, or null; borrowed, lock-free. Inside the graphics
+    // context (as in a display's draw callback) the pointer is valid until the context is left:
+    // release_source() publishes the change, then enters that context before it drops the
+    // reference. Elsewhere it is valid only while the assignment does not change.
     obs_source_t *active_source() const { return active_source_.load(); }
 
 private:
     static constexpr int32_t kNoScene = -1;
 
-    // Everything here but on_video_reset is called with mutex_ held.
-    static void on_video_reset(void *canvas, calldata_t *);
-    void add_view_again();
-    bool init_locked();
+    // Called with mutex_ held.
+    bool create_view();
     bool add_view(const obs_video_info &host);
-    void follow_rate_of(const obs_video_info &host);
+    void add_view_again();
+    void use_host_rate(const obs_video_info &host);
     void warn_if_faster_than(const obs_video_info &host) const;
-
     void remove_view();
     void apply_active_audio();
     void clear_active_audio();
@@ -123,43 +129,39 @@ private:
     static std::string current_source_name(const VerticalScene &entry);
     void take_source(VerticalScene &entry, OBSSourceAutoRelease source);
     void release_source(VerticalScene &entry);
+    void assign_awaited_source(VerticalScene &entry);
     void publish_active_source();
 
-    // Without mutex_.
+    // Called without mutex_.
     struct Link;
+    static void on_video_reset(void *canvas, calldata_t *);
     static void on_host_sources_changed(void *canvas, calldata_t *);
     static void queue_follow_task(void *link);
     static void follow_task(void *owned_link);
-    void follow_host_sources_from_now();
-    void follow_host_sources_no_more();
+    void connect_source_signals();
+    void disconnect_source_signals();
     void follow_host_sources();
-    // With it.
-    void take_awaited_source(VerticalScene &entry);
 
     const CanvasConfig config_;
 
-    // Guards all below down to initialised_.
-    mutable std::mutex mutex_;
+    mutable std::mutex mutex_; // guards everything down to lingering_output_
     obs_video_info video_info_{};
     uint32_t stream_fps_num_ = config_.fps_num;
     uint32_t stream_fps_den_ = config_.fps_den;
     uint32_t frame_rate_divisor_ = 1;
     ViewHandle view_;
-    // Belongs to the view's place in the video pipeline.
-    video_t *video_ = nullptr;
-    // The host's.
-    audio_t *audio_ = nullptr;
+    video_t *video_ = nullptr; // the view's
+    audio_t *audio_ = nullptr; // the host's
     std::vector<VerticalScene> scenes_;
-    mutable size_t likely_next_ = 0; // where find_scene() looks first
     int32_t active_index_ = kNoScene;
     bool initialised_ = false;
     OBSOutputAutoRelease lingering_output_; // see keep_video_for()
 
-    // Mirrors the active entry's source for readers without the lock.
+    // The active entry's source, for readers without the lock.
     std::atomic<obs_source_t *> active_source_{nullptr};
     std::atomic<uint32_t> source_renames_ = 0;
-    // Connected and disconnected without mutex_: libobs holds the signal's own lock while it
-    // calls on_video_reset, which takes mutex_.
+    // Connected and disconnected without mutex_: libobs holds the signal's lock while it calls
+    // on_video_reset(), which takes mutex_.
     OBSSignal video_reset_;
     OBSSignal source_created_;
     OBSSignal source_removed_;

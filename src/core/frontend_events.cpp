@@ -28,7 +28,7 @@ void on_streaming_starting() {
     }
 }
 
-// The vertical stream ends with the main one, however it was started.
+// The vertical stream ends with the main one, even if it was started by hand.
 void on_streaming_stopped() {
     if (output_active()) {
         log_info("Main stream stopped — stopping vertical output");
@@ -36,8 +36,8 @@ void on_streaming_stopped() {
     }
 }
 
-// The sources are assigned a second time, since the host may have made some only now. The dock
-// is attached when the scenes are there, and made on the first call.
+// Sources are assigned a second time, as the host may have created some only now. The first call
+// creates the dock.
 void show_runtime() {
     restore_scene_list();
     reapply_scene_sources();
@@ -45,10 +45,10 @@ void show_runtime() {
     module_state.ui->register_dock();
 }
 
-// Shown from the event loop: a modal box here would run it with the lock held.
+// Queued: a modal box here would run the event loop with the lock held.
 void show_rebuild_failure() {
     const auto show = [] {
-        QMessageBox::information(nullptr, QStringLiteral("Corvane Vertical Canvas"),
+        QMessageBox::information(nullptr, QString::fromUtf8(kModuleName),
             QStringLiteral("Failed to rebuild the vertical canvas after profile switch.\n\n"
                            "Restart OBS before using the vertical output again."),
             QMessageBox::Ok);
@@ -56,8 +56,8 @@ void show_rebuild_failure() {
     QMetaObject::invokeMethod(QCoreApplication::instance(), show, Qt::QueuedConnection);
 }
 
-// The host resets its video before it says that the profile has changed, and does not while any
-// output is active: its main canvas would keep the old profile's size.
+// The host resets its video before it reports the changed profile, but not while an output is
+// active: its main canvas would keep the old profile's size.
 void on_profile_changing() {
     if (output_active() && module_state.output->resilient()) {
         log_info("OBS profile changing — stopping vertical output");
@@ -65,8 +65,8 @@ void on_profile_changing() {
     }
 }
 
-// The scenes saved from the old profile's canvas are restored into the new one's; the old
-// profile's file is closed unsaved.
+// Restores the scenes saved from the old profile's canvas into the new one. Closes the old
+// profile's file without saving.
 void on_profile_changed() {
     log_info("OBS profile changed — rebuilding profile-specific runtime");
     log_info("Profile change — rebuilding vertical runtime");
@@ -127,7 +127,7 @@ void on_frontend_event(obs_frontend_event event, void *) {
         const std::scoped_lock lock(module_state.runtime_mutex);
         handle(event);
     }
-    // Only after the lock is free.
+    // Only after the lock has been released.
     module_state.in_event_callback = false;
 }
 

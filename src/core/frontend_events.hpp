@@ -5,9 +5,9 @@
 
 namespace corvane {
 
-// The module's answer to the host's life: the stream follows the main one, the runtime the
-// profile, and the saved scenes are restored once the host has loaded its own. Runs on the UI
-// thread with runtime_mutex held. An event raised while another is being handled is dropped.
+// Makes the stream follow the main one and the runtime the profile, and restores the saved scenes
+// once the host has loaded its own. UI thread; takes runtime_mutex. Drops events raised while
+// another is being handled.
 void on_frontend_event(obs_frontend_event event, void *);
 
 } // namespace corvane

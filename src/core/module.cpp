@@ -1,34 +1,101 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The functions that the host finds in the module by name. Their declarations in obs-module.h
 // give them C linkage and default visibility.
-#include "core/lifecycle.hpp"
+#include "base/log.hpp"
+#include "core/config_files.hpp"
+#include "core/frontend_events.hpp"
 #include "core/module_state.hpp"
+#include "core/plugin_settings.hpp"
+#include "core/runtime.hpp"
+#include "core/user_interface.hpp"
+#include "mux/common/stream_url.hpp"
+#include "mux/output_type.hpp"
 
+#include <obs-frontend-api.h>
 #include <obs-module.h>
 
-using corvane::module_state;
+#include <string>
 
+using namespace corvane;
+
+namespace {
+
+void log_rule() {
+    log_info("%s", std::string(60, '=').c_str());
+}
+
+void log_settings() {
+    log_info("Canvas : %ux%u @ %u/%u fps", settings::canvaswidth.get(),
+        settings::canvasheight.get(), settings::fpsnum.get(), settings::fpsden.get());
+    const std::string url = settings::rtmpurl.get();
+    log_info("RTMP : %s", (settings::resilience.get() ? without_secrets(url) : url).c_str());
+    log_info("Bitrate: %u kbps", settings::videobitrate.get());
+    log_info("Auto-start with main: %s", settings::autostartwithmain.get() ? "yes" : "no");
+    log_rule();
+}
+
+} // namespace
+
+// On false the host refuses the module; the output types then stay registered and the config files
+// stay open until it is unloaded.
 bool obs_module_load() {
-    return corvane::load_module();
+    log_rule();
+    log_info("Loading version %s", CVC_VERSION);
+    log_rule();
+
+    register_mux_output_types();
+    log_info("Registered output type: %s", kMuxOutputId);
+
+    load_global_config();
+    load_profile_config();
+
+    const std::scoped_lock lock(module_state.runtime_mutex);
+    if (!create_runtime_from_current_profile()) {
+        log_error("Runtime init failed — plugin will not load");
+        return false;
+    }
+    obs_frontend_add_event_callback(on_frontend_event, nullptr);
+    module_state.event_callback_registered = true;
+    module_state.ui = make_user_interface().release();
+    module_state.ui->add_tools_menu_item();
+    log_info("Loaded successfully");
+    log_settings();
+    return true;
 }
 
+// Safe after a failed load, too.
 void obs_module_unload() {
-    corvane::unload_module();
+    log_info("Unloading");
+    // Not under the lock, which an event in progress holds.
+    if (module_state.event_callback_registered) {
+        obs_frontend_remove_event_callback(on_frontend_event, nullptr);
+        module_state.event_callback_registered = false;
+    }
+
+    const std::scoped_lock lock(module_state.runtime_mutex);
+    destroy_runtime(/*save_scenes=*/true);
+    delete module_state.ui;
+    module_state.ui = nullptr;
+    save_global_file();
+    save_profile_file();
+    close_config_files();
+    finish_mux_outputs();
+    log_info("Unloaded");
 }
 
-// These two are declared only by a macro that would pin the version to the headers' own.
+// Only a macro declares these two, and that would fix the version to the headers' own.
 MODULE_EXPORT void obs_module_set_pointer(obs_module_t *module) {
     module_state.module = module;
 }
 
-// Fixed instead of taken from the headers: the host refuses a module built for a newer version
-// than its own, and every 32.x has all that is used here.
+// Not the headers' version: the host refuses modules built for a newer libobs than its own, and
+// every 32.x has what the module uses.
 MODULE_EXPORT uint32_t obs_module_ver() {
     return MAKE_SEMANTIC_VERSION(32, 0, 4);
 }
 
 const char *obs_module_name() {
-    return "Corvane Vertical Canvas";
+    return kModuleName;
 }
 
 const char *obs_module_description() {
@@ -37,7 +104,7 @@ const char *obs_module_description() {
 
 void obs_module_set_locale(const char *locale) {
     text_lookup_destroy(module_state.locale_lookup);
-    module_state.locale_lookup = obs_module_load_locale(obs_current_module(), "en-US", locale);
+    module_state.locale_lookup = obs_module_load_locale(module_state.module, "en-US", locale);
 }
 
 void obs_module_free_locale() {

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The keys that the module keeps in the host's config files, each with its type and default.
-// Defaults, getters and setters all follow from this one description.
+// The keys in the module's config files, each with its type and default. Defaults, getters and
+// setters all follow from this one description.
 #pragma once
 
+#include "canvas/canvas_config.hpp"
 #include "core/module_state.hpp"
+#include "output/output_config.hpp"
 
 #include <cstdint>
 #include <type_traits>
@@ -52,14 +54,14 @@ struct Key {
     T fallback;
     const char *section = kSection;
 
-    // The stored value, else the default, also when the file is not open. A string belongs to
-    // the file and lives until the key is set again or the file closed.
+    // The stored value; the default without one or without an open file. A string belongs to the
+    // file and is valid until the key is set again or the file is closed.
     T get() const {
         config_t *config = module_state.*File;
         return config ? static_cast<T>(Calls::kGet(config, section, name)) : fallback;
     }
 
-    // Does nothing when the file is not open or a string is null. Never saves.
+    // Does nothing without an open file or for a null string. Never saves.
     void set(T value) const {
         if constexpr (std::is_pointer_v<T>) {
             if (!value) {
@@ -71,12 +73,13 @@ struct Key {
         }
     }
 
-    // Whether the file holds a value of its own for the key, so that the default is not meant.
+    // Whether the file itself has a value for the key.
     bool written() const {
         config_t *config = module_state.*File;
         return config && config_has_user_value(config, section, name);
     }
 
+    // The file must be open.
     void register_default() const {
         Calls::kSetDefault(module_state.*File, section, name, fallback);
     }
@@ -91,25 +94,26 @@ template <typename T>
 using GlobalKey = Key<T, &ModuleState::global_config>;
 
 // PluginConfig: the stream and the canvas, per profile. The canvas's five values are read only when
-// the runtime is created; the stream's reach the live output with every save.
+// the runtime is created; the stream's values are passed to the output with every save.
 inline const ProfileKey<const char *> rtmpurl{"rtmpurl", ""};
 inline const ProfileKey<const char *> streamkey{"streamkey", ""};
-inline const ProfileKey<uint32_t> videobitrate{"videobitrate", 4000}; // kbit/s
-inline const ProfileKey<uint32_t> canvaswidth{"canvaswidth", 1080};
-inline const ProfileKey<uint32_t> canvasheight{"canvasheight", 1920};
-inline const ProfileKey<uint32_t> fpsnum{"fpsnum", 30};
-inline const ProfileKey<uint32_t> fpsden{"fpsden", 1};
+inline const ProfileKey<uint32_t> videobitrate{"videobitrate", OutputConfig::kDefaultBitrateKbps};
+inline const ProfileKey<uint32_t> canvaswidth{"canvaswidth", CanvasConfig{}.width};
+inline const ProfileKey<uint32_t> canvasheight{"canvasheight", CanvasConfig{}.height};
+inline const ProfileKey<uint32_t> fpsnum{"fpsnum", CanvasConfig{}.fps_num};
+inline const ProfileKey<uint32_t> fpsden{"fpsden", CanvasConfig{}.fps_den};
 inline const ProfileKey<bool> autostartwithmain{"autostartwithmain", true};
-inline const ProfileKey<const char *> encoderpreset{"encoderpreset", "veryfast"};
-inline const ProfileKey<bool> useactivesceneaudio{"useactivesceneaudio", true};
+inline const ProfileKey<const char *> encoderpreset{"encoderpreset", OutputConfig::kDefaultPreset};
+inline const ProfileKey<bool> useactivesceneaudio{
+    "useactivesceneaudio", CanvasConfig{}.use_active_scene_audio};
 
-// The output type that keeps the connection, per profile and in the file only; read when the
-// runtime is created. Has no registered default, which the config library would write into every
-// file: what is missing reads as false.
+// Selects the resilient output type; no field in the dialog. Read when the runtime is created. No
+// default is registered, since the config library would write it into every file: a missing key
+// reads as false.
 inline const ProfileKey<bool> resilience{"enabled", false, "Resilience"};
 
-// DockState: where the dock was, for all profiles. The area is the toolkit's number, 2 the right
-// side; the geometry is base64.
+// DockState: the dock's placement, for all profiles. The area is a Qt::DockWidgetArea (2 is right),
+// the geometry base64.
 inline const GlobalKey<bool> dockvisible{"dockvisible", true};
 inline const GlobalKey<bool> dockfloating{"dockfloating", true};
 inline const GlobalKey<int32_t> dockarea{"dockarea", 2};
@@ -120,7 +124,7 @@ void register_defaults(const Keys &...keys) {
     (keys.register_default(), ...);
 }
 
-// Register the defaults of an open file, in the order of the description.
+// Register the defaults of an open file.
 inline void register_profile_defaults() {
     register_defaults(rtmpurl, streamkey, videobitrate, canvaswidth, canvasheight, fpsnum, fpsden,
         autostartwithmain, encoderpreset, useactivesceneaudio);

@@ -27,14 +27,13 @@ CanvasConfig current_canvas_config() {
     };
 }
 
-// The preferred encoder has no key: it is always "auto".
+// The preferred encoder has no key and keeps its default.
 OutputConfig current_output_config() {
     return {
         .url = settings::rtmpurl.get(),
         .key = settings::streamkey.get(),
         .bitrate_kbps = settings::videobitrate.get(),
         .encoder_preset = settings::encoderpreset.get(),
-        .preferred_encoder = "auto",
         .resilient = settings::resilience.get(),
     };
 }
@@ -61,12 +60,7 @@ bool create_runtime_from_current_profile() {
     }
     module_state.canvas = canvas.release();
     module_state.output = output.release();
-    module_state.canvas_format = {
-        .width = config.width,
-        .height = config.height,
-        .fps_num = config.fps_num,
-        .fps_den = config.fps_den,
-    };
+    module_state.canvas_config = config;
     log_info("Runtime created: %ux%u @ %u/%u fps", config.width, config.height, config.fps_num,
         config.fps_den);
     return true;

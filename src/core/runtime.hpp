@@ -1,25 +1,22 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The runtime: the canvas and the output that are built from one profile's settings. It is
-// destroyed and built again when the profile changes.
+// The runtime: the canvas and the output built from one profile's settings; rebuilt when the
+// profile changes.
 #pragma once
 
 namespace corvane {
 
 // Builds the runtime from the open profile config, or from the defaults when none is open.
-// The caller holds runtime_mutex. On false no runtime exists, except when one was alive
-// already: that one is kept.
+// The caller holds runtime_mutex. On false there is no runtime, unless one was already alive, which
+// is kept.
 bool create_runtime_from_current_profile();
 
-// Stops the output and gives canvas and output back; harmless without a runtime. The caller
-// holds runtime_mutex.
+// Stops the output and frees both; does nothing without a runtime. The caller holds runtime_mutex.
 void destroy_runtime(bool save_scenes);
 
-// Hands the profile's stream settings to the live output, if any. The caller holds
-// runtime_mutex.
+// Hands the profile's stream settings to the output, if any. The caller holds runtime_mutex.
 void push_output_config();
 
-// What follows a change of the settings: the live output gets them and the profile's file is
-// written. Takes runtime_mutex.
+// Hands changed settings to the output and writes the profile's file. Takes runtime_mutex.
 void save_profile_config();
 
 } // namespace corvane

@@ -18,10 +18,10 @@ namespace {
 constexpr const char *kSection = "Scenes";
 constexpr const char *kCount = "count";
 constexpr const char *kActiveScene = "activescene";
-// Nobody has that many scenes: a damaged count must not hold up the host's start.
-constexpr uint64_t kMostPositions = 100'000;
+// More scenes than anyone has: a damaged count must not delay the host's start.
+constexpr uint64_t kMaxPositions = 100'000;
 
-// The keys of one position of the list, counted from 0.
+// The keys of one position in the list, from 0.
 struct SceneKeys {
     explicit SceneKeys(uint64_t position)
         : name("scene_" + std::to_string(position) + "_name")
@@ -47,7 +47,7 @@ bool has_text(const char *text) {
     return text && *text;
 }
 
-// A name that exists is refused by the canvas; its source is assigned all the same.
+// The canvas refuses a duplicate name; its source is assigned nevertheless.
 void restore_position(uint64_t position) {
     const SceneKeys keys(position);
     const char *name = read_string(keys.name);
@@ -63,29 +63,27 @@ void restore_position(uint64_t position) {
 
 } // namespace
 
-// Keys at and beyond the new count stay in the file; count alone bounds what is read.
+// Keys from the new count on stay in the file: only positions below the count are read.
 void save_scene_list() {
     const VerticalCanvas *canvas = module_state.canvas;
     if (!module_state.global_config || !canvas) {
         return;
     }
-    // A host that fails before it has loaded its scenes unloads us with nothing but the default
-    // one.
+    // A host that fails before it has loaded its scenes unloads the module with only the default
+    // scene.
     if (!module_state.scene_list_restored && stored_count() != 0) {
         return;
     }
-    const std::vector<std::string> names = canvas->scene_names();
-    const std::string active = canvas->active_scene_name();
-    config_set_uint(module_state.global_config, kSection, kCount, names.size());
-    write_string(kActiveScene, active);
-    for (size_t position = 0; position < names.size(); ++position) {
+    const std::vector<SceneInfo> scenes = canvas->scene_list();
+    config_set_uint(module_state.global_config, kSection, kCount, scenes.size());
+    write_string(kActiveScene, canvas->active_scene_name());
+    for (size_t position = 0; position < scenes.size(); ++position) {
         const SceneKeys keys(position);
-        const std::string source = canvas->scene_source_name(names[position]);
-        write_string(keys.name, names[position]);
-        write_string(keys.source, source);
+        write_string(keys.name, scenes[position].name);
+        write_string(keys.source, scenes[position].source_name);
     }
     save_global_file();
-    log_info("Scene list saved (%zu scene(s))", names.size());
+    log_info("Scene list saved (%zu scene(s))", scenes.size());
 }
 
 void save_scene_list_locked() {
@@ -104,9 +102,9 @@ void restore_scene_list() {
         log_info("No saved scenes — keeping default Scene 1");
         return;
     }
-    // Also when the list holds a scene of that name: it is created again in its place.
-    canvas->remove_scene("Scene 1");
-    for (uint64_t position = 0; position < std::min(count, kMostPositions); ++position) {
+    // Even if the list has a scene of that name: it is created again in its place.
+    canvas->remove_scene(VerticalCanvas::kDefaultScene);
+    for (uint64_t position = 0; position < std::min(count, kMaxPositions); ++position) {
         restore_position(position);
     }
     const char *active = read_string(kActiveScene);

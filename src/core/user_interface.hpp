@@ -5,8 +5,8 @@
 
 namespace corvane {
 
-// What the module shows in the host's main window. Declared here and made in src/ui, so that the
-// core needs none of those widgets. UI thread, with runtime_mutex held.
+// What the module shows in the host's main window. Implemented in src/ui, so that the core does not
+// depend on the widgets. UI thread, with runtime_mutex held.
 class UserInterface {
 public:
     virtual ~UserInterface() = default;
@@ -14,20 +14,21 @@ public:
     // Adds the item that opens the settings to the host's Tools menu.
     virtual void add_tools_menu_item() = 0;
 
-    // Creates the dock and hands it to the host; when it exists already, only attaches it.
+    // Creates the dock and registers it with the host; only attaches it if it already exists.
     virtual void register_dock() = 0;
 
-    // Hand the current runtime to the dock / take it away before it is destroyed, and close the
-    // settings of its profile. Nothing happens to a dock that does not exist.
+    // Hands the current runtime to the dock, if there is one.
     virtual void attach_dock() = 0;
+
+    // Takes the runtime away from the dock, before it is destroyed, and closes the settings dialog
+    // of its profile.
     virtual void detach_dock() = 0;
 
-    // Writes where the dock is (the DockState keys) into the global config, without saving the
-    // file.
+    // Writes the dock's placement (DockState) into the global config without saving the file.
     virtual void record_dock_state() = 0;
 };
 
-// Destroying it leaves the dock to the host's main window, which owns it.
+// The dock outlives it: the host's main window owns the dock.
 std::unique_ptr<UserInterface> make_user_interface();
 
 } // namespace corvane

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The output types as libobs sees them: records of forwards into StreamOutput.
+// The records that libobs knows the output types by; their functions forward to StreamOutput.
 #include "mux/output_type.hpp"
 
 #include "base/log.hpp"
-#include "mux/mux_output.hpp"
 #include "mux/resilient/resilient_output.hpp"
 #include "mux/resilient/run_abandonable.hpp"
+#include "mux/standard/mux_output.hpp"
 
 #include <chrono>
 #include <exception>
@@ -15,16 +15,12 @@ namespace corvane {
 
 namespace {
 
-// libobs calls with the pointer that create returned, which therefore is one to the base.
+// The pointer that cv_mux_create() returned.
 StreamOutput *self(void *data) {
     return static_cast<StreamOutput *>(data);
 }
 
-const ResilientOutput &resilient(void *data) {
-    return static_cast<const ResilientOutput &>(*self(data));
-}
-
-// No exception passes into libobs. False if `call` threw (out of memory, no thread available).
+// libobs is C: no exception may reach it. False if `call` threw (out of memory, no thread).
 template <typename Call>
 bool call_guarded(obs_output_t *output, Call call) noexcept {
     try {
@@ -37,16 +33,16 @@ bool call_guarded(obs_output_t *output, Call call) noexcept {
     }
 }
 
-// The same, and the stream ends.
+// The same, and an exception ends the stream.
 template <typename Call>
-void call_or_fail(void *data, Call call) noexcept {
+void call_or_end(void *data, Call call) noexcept {
     if (data && !call_guarded(self(data)->handle(), [&] { call(*self(data)); })) {
-        self(data)->fail();
+        self(data)->end_with_error();
     }
 }
 
 template <typename Output>
-void *create(obs_data_t *settings, obs_output_t *output) noexcept {
+void *cv_mux_create(obs_data_t *settings, obs_output_t *output) noexcept {
     std::unique_ptr<StreamOutput> created;
     call_guarded(output, [&] { created = std::make_unique<Output>(settings, output); });
     return created.release();
@@ -54,10 +50,6 @@ void *create(obs_data_t *settings, obs_output_t *output) noexcept {
 
 const char *cv_mux_get_name(void *) noexcept {
     return "Vertical RTMP Mux (multitrack v2)";
-}
-
-void *cv_mux_create(obs_data_t *settings, obs_output_t *output) noexcept {
-    return create<MuxOutput>(settings, output);
 }
 
 void cv_mux_destroy(void *data) noexcept {
@@ -72,15 +64,15 @@ bool cv_mux_start(void *data) noexcept {
 }
 
 void cv_mux_stop(void *data, uint64_t timestamp_ns) noexcept {
-    call_or_fail(data, [=](StreamOutput &output) { output.stop(timestamp_ns == 0); });
+    call_or_end(data, [=](StreamOutput &output) { output.stop(timestamp_ns == 0); });
 }
 
 void cv_mux_encoded_packet(void *data, encoder_packet *packet) noexcept {
-    call_or_fail(data, [=](StreamOutput &output) { output.encoded_packet(packet); });
+    call_or_end(data, [=](StreamOutput &output) { output.encoded_packet(packet); });
 }
 
 void cv_mux_update(void *data, obs_data_t *settings) noexcept {
-    call_or_fail(data, [=](StreamOutput &output) { output.update(settings); });
+    call_or_end(data, [=](StreamOutput &output) { output.update(settings); });
 }
 
 void cv_mux_defaults(obs_data_t *settings) noexcept {
@@ -95,12 +87,19 @@ obs_properties_t *cv_mux_properties(void *) noexcept {
     return properties;
 }
 
+using Statistics = StreamOutput::Statistics;
+
+template <auto Field>
+auto cv_mux_statistic(void *data) noexcept {
+    return (data ? self(data)->statistics() : Statistics{}).*Field;
+}
+
 obs_output_info standard_type() {
     obs_output_info info = {};
     info.id = kMuxOutputId;
     info.flags = OBS_OUTPUT_VIDEO | OBS_OUTPUT_AUDIO | OBS_OUTPUT_ENCODED | OBS_OUTPUT_MULTI_TRACK;
     info.get_name = cv_mux_get_name;
-    info.create = cv_mux_create;
+    info.create = cv_mux_create<MuxOutput>;
     info.destroy = cv_mux_destroy;
     info.start = cv_mux_start;
     info.stop = cv_mux_stop;
@@ -111,26 +110,18 @@ obs_output_info standard_type() {
     return info;
 }
 
-// The standard type's forwards, another object behind them, and statistics.
+// The standard type's functions with another class behind them, and statistics.
 obs_output_info resilient_type() {
     obs_output_info info = standard_type();
     info.id = kResilientOutputId;
     info.get_name = [](void *) noexcept {
         return "Vertical RTMP Mux (resilient)";
     };
-    info.create = create<ResilientOutput>;
-    info.get_total_bytes = [](void *data) noexcept {
-        return data ? resilient(data).total_bytes() : 0;
-    };
-    info.get_dropped_frames = [](void *data) noexcept {
-        return data ? resilient(data).dropped_frames() : 0;
-    };
-    info.get_congestion = [](void *data) noexcept {
-        return data ? resilient(data).congestion() : 0.0F;
-    };
-    info.get_connect_time_ms = [](void *data) noexcept {
-        return data ? resilient(data).connect_time_ms() : 0;
-    };
+    info.create = cv_mux_create<ResilientOutput>;
+    info.get_total_bytes = cv_mux_statistic<&Statistics::total_bytes>;
+    info.get_dropped_frames = cv_mux_statistic<&Statistics::dropped_frames>;
+    info.get_congestion = cv_mux_statistic<&Statistics::congestion>;
+    info.get_connect_time_ms = cv_mux_statistic<&Statistics::connect_time_ms>;
     return info;
 }
 

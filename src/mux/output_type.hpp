@@ -3,16 +3,14 @@
 
 namespace corvane {
 
-// The ids under which the host knows the vertical stream's output types: the standard one, and the
-// one that keeps the connection.
+// The ids of the vertical stream's output types: the standard one, and the one that reconnects.
 inline constexpr const char *kMuxOutputId = "cv_vertical_mux_rtmp";
 inline constexpr const char *kResilientOutputId = "cv_vertical_mux_resilient";
 
 // Registers both with libobs; called once, when the module loads.
 void register_mux_output_types();
 
-// Waits up to 2 s for connections that streams have left behind; called once, when the module
-// unloads.
+// Waits up to 2 s for abandoned connections; called once, when the module unloads.
 void finish_mux_outputs();
 
 } // namespace corvane

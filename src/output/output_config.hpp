@@ -6,15 +6,17 @@
 
 namespace corvane {
 
-// What a VerticalOutput is built from.
+// The configuration of a VerticalOutput.
 struct OutputConfig {
+    static constexpr uint32_t kDefaultBitrateKbps = 4000;
+    static constexpr const char *kDefaultPreset = "veryfast";
+
     std::string url;
     std::string key;
-    uint32_t bitrate_kbps = 4000;
-    std::string encoder_preset = "veryfast";
+    uint32_t bitrate_kbps = kDefaultBitrateKbps;
+    std::string encoder_preset = kDefaultPreset;
     std::string preferred_encoder = "auto";
-    // The output type that keeps the connection, instead of the standard one. Counts when the
-    // VerticalOutput is made.
+    // Selects the resilient output type; only read by the constructor.
     bool resilient = false;
 };
 

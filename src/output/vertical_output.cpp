@@ -1,17 +1,39 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The public controls of the vertical stream.
+// Start with encoder fallback, stop, state and settings of the vertical stream.
 #include "output/vertical_output.hpp"
 
 #include "base/log.hpp"
 #include "base/obs_handles.hpp"
-#include "base/url.hpp"
 #include "canvas/vertical_canvas.hpp"
-#include "output/encoder_candidates.hpp"
+#include "mux/common/stream_url.hpp"
 
+#include <array>
+#include <span>
 #include <string_view>
 #include <utility>
 
 namespace corvane {
+
+namespace {
+
+constexpr std::array kSoftware = {"obs_x264", "x264"};
+constexpr std::array kAmd = {"h264_amf", "obs_x264", "x264"};
+constexpr std::array kHardwareFirst = {
+    "jim_nvenc", "jim_nvenc_h264", "h264_amf", "obs_qsv11", "obs_qsv11_v2", "obs_x264", "x264"};
+
+// The video encoder ids to try in order for a preferred encoder (exact, case-sensitive). "nvenc"
+// and "qsv" never try hardware, see docs/DECISIONS.md.
+std::span<const char *const> encoder_candidates(std::string_view preferred) {
+    if (preferred == "x264" || preferred == "nvenc" || preferred == "qsv") {
+        return kSoftware;
+    }
+    if (preferred == "amf") {
+        return kAmd;
+    }
+    return kHardwareFirst;
+}
+
+} // namespace
 
 VerticalOutput::VerticalOutput(VerticalCanvas *canvas, OutputConfig config)
     : canvas_(canvas)
@@ -52,7 +74,7 @@ bool VerticalOutput::start() {
         log_error("VerticalOutput::start — not initialised");
         return false;
     }
-    if (active_locked()) {
+    if (output_active()) {
         log_warning("VerticalOutput::start — already active (%s)", encoder_label());
         return true;
     }
@@ -61,7 +83,7 @@ bool VerticalOutput::start() {
                   "Corvane Vertical Streaming Settings.");
         return false;
     }
-    // No encoder could start, and each would be blamed.
+    // Without video every encoder would fail, and its log line would blame the encoder.
     if (!canvas_->video()) {
         log_error("Vertical output start failed: the vertical canvas has no video. Restart OBS.");
         return false;
@@ -71,7 +93,7 @@ bool VerticalOutput::start() {
 
 bool VerticalOutput::start_with_fallback() {
     for (const char *id : encoder_candidates(config_.preferred_encoder)) {
-        // Every attempt starts from nothing; the first also drops what a stopped stream left.
+        // The first call also releases what a stopped stream has left.
         release_all();
         log_info("Trying vertical output encoder: %s", id);
         if (try_candidate(id)) {
@@ -118,26 +140,29 @@ void VerticalOutput::log_before_start(const char *id) const {
 
 void VerticalOutput::stop() {
     const std::scoped_lock lock(mutex_);
-    if (!active_locked()) {
+    if (!output_active()) {
         log_info("VerticalOutput::stop — not active, nothing to do");
         return;
     }
+    stop_output();
+}
+
+void VerticalOutput::stop_output() {
     obs_output_stop(output_);
     log_info("Vertical output stop requested (%s)", encoder_label());
 }
 
 void VerticalOutput::stop_and_release() {
     const std::scoped_lock lock(mutex_);
-    if (active_locked()) {
-        obs_output_stop(output_);
-        log_info("Vertical output stop requested (%s)", encoder_label());
+    if (output_active()) {
+        stop_output();
     }
     release_all();
 }
 
 bool VerticalOutput::is_active() const {
     const std::scoped_lock lock(mutex_);
-    return active_locked();
+    return output_active();
 }
 
 void VerticalOutput::update_config(const OutputConfig &config) {
@@ -147,9 +172,9 @@ void VerticalOutput::update_config(const OutputConfig &config) {
         config_.preferred_encoder.c_str());
 }
 
-// The video output that the encoder of a stopped stream is bound to is gone; whoever asks the
-// output for its size would read it. libobs resets no video that is in use, but the audio encoders
-// of a stream may still be stopping.
+// After a stop the video encoder still points to the video output that the reset has freed, and
+// libobs reads that when asked for the output's size. libobs refuses to reset video in use, so no
+// stream is running, but its audio encoders may still be stopping: release_all() waits for them.
 void VerticalOutput::on_video_reset(void *output, calldata_t *) {
     auto *self = static_cast<VerticalOutput *>(output);
     const std::scoped_lock lock(self->mutex_);
@@ -157,31 +182,21 @@ void VerticalOutput::on_video_reset(void *output, calldata_t *) {
 }
 
 std::optional<ConnectionState> VerticalOutput::connection_state() const {
-    using enum ConnectionState::Phase;
     const std::scoped_lock lock(mutex_);
-    if (!resilient_ || !active_locked()) {
+    if (!resilient_ || !output_active()) {
         return std::nullopt;
     }
     Calldata answer;
     proc_handler_call(obs_output_get_proc_handler(output_), "connection_state", answer.get());
-    const std::string_view phase = calldata_string(answer.get(), "phase");
-    return ConnectionState{
-        .phase = phase == "connecting"     ? kConnecting
-                 : phase == "connected"    ? kConnected
-                 : phase == "reconnecting" ? kReconnecting
-                 : phase == "stalled"      ? kStalled
-                                           : kStopped,
-        .failures = static_cast<uint32_t>(calldata_int(answer.get(), "failures")),
-        .reason = calldata_string(answer.get(), "reason"),
-    };
+    return ConnectionState::read_from(answer.get());
 }
 
-// The standard type shows the address as it is.
+// The standard type logs the URL unchanged.
 std::string VerticalOutput::shown_url() const {
     return resilient_ ? without_secrets(config_.url) : config_.url;
 }
 
-bool VerticalOutput::active_locked() const {
+bool VerticalOutput::output_active() const {
     return output_ && obs_output_active(output_);
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/obs_handles.hpp"
+#include "mux/common/connection_state.hpp"
 #include "output/output_config.hpp"
 
 #include <array>
@@ -15,20 +16,12 @@ namespace corvane {
 
 class VerticalCanvas;
 
-// What the output type that keeps the connection says of it.
-struct ConnectionState {
-    enum class Phase { kStopped, kConnecting, kConnected, kReconnecting, kStalled } phase;
-    uint32_t failures;  // in a row
-    std::string reason; // of the last; empty without one
-};
-
-// The vertical stream: one video encoder on the canvas, six AAC encoders on the host's audio
-// (one per host track) and the output that sends them.
+// The vertical stream: one video encoder on the canvas, six AAC encoders on the host's audio (one
+// per host track) and the output that sends them.
 //
-// Public operations lock for their whole run, libobs calls included; they may be called from
-// any thread but the one that emits the output's signals. Encoders and output are made anew
-// by every start and kept after a stop until the next start, a reset of the host's video or the
-// destruction.
+// Public operations lock for their whole run, libobs calls included; call them from any thread but
+// the one that emits the output's signals. Every start creates new encoders and a new output, which
+// are kept after a stop until the next start, a reset of the host's video or the destruction.
 class VerticalOutput {
 public:
     static constexpr size_t kAudioTracks = 6;
@@ -39,25 +32,24 @@ public:
     VerticalOutput(const VerticalOutput &) = delete;
     VerticalOutput &operator=(const VerticalOutput &) = delete;
 
-    // False when the canvas is missing or not initialised. Creates no libobs object.
+    // False if the canvas is missing or not initialised. Creates no libobs object.
     bool init();
 
-    // Tries the encoder candidates in their fixed order until one starts the output.
-    // True when the output runs, also when it already did.
+    // Tries the encoder candidates in order until one starts the output. True if the output runs,
+    // even if it already did.
     bool start();
 
-    // Asks a running output to stop; returns before it has.
+    // Asks a running output to stop; does not wait for it.
     void stop();
 
     bool is_active() const;
 
-    // Whether it keeps its connection, see OutputConfig.
     bool resilient() const { return resilient_; }
 
-    // Stops and waits until the stream has let go of the host's video and audio.
+    // Stops and waits until the stream has released the host's video and audio.
     void stop_and_release();
 
-    // How the running stream does; nothing when none runs, or with the standard output type.
+    // Empty without a running stream, or with the standard output type.
     std::optional<ConnectionState> connection_state() const;
 
     // Takes new settings for the next start; a running stream keeps its own.
@@ -66,8 +58,9 @@ public:
 private:
     static void on_video_reset(void *output, calldata_t *);
 
-    // All with mutex_ held.
-    bool active_locked() const;
+    // Called with mutex_ held.
+    bool output_active() const;
+    void stop_output();
     bool start_with_fallback();
     bool try_candidate(const char *id);
     bool create_video_encoder(const char *id);

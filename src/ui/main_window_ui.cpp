@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The module's part of the host's main window: the Tools menu item and the dock.
+// The module's part of the host's main window: the Tools menu item and the dock with its placement.
 #include "base/log.hpp"
 #include "core/module_state.hpp"
+#include "core/plugin_settings.hpp"
 #include "core/user_interface.hpp"
-#include "ui/dock_placement.hpp"
 #include "ui/settings_dialog.hpp"
 #include "ui/vertical_dock.hpp"
 
 #include <obs-frontend-api.h>
 
+#include <QByteArray>
 #include <QDockWidget>
 #include <QMainWindow>
 #include <QPointer>
+#include <QWindow>
 
 namespace corvane {
 
@@ -26,6 +28,55 @@ QMainWindow *main_window() {
 
 QDockWidget *host_dock_widget(const QMainWindow &window) {
     return window.findChild<QDockWidget *>(QString::fromUtf8(kDockId));
+}
+
+const char *yes_no(bool value) {
+    return value ? "yes" : "no";
+}
+
+// False without a valid one.
+bool restore_geometry(QDockWidget &dock) {
+    const char *geometry = settings::dockgeometry.get();
+    return geometry && *geometry && dock.restoreGeometry(QByteArray::fromBase64(geometry));
+}
+
+// Without this the window manager would place the dock when it begins to float.
+void keep_place(QDockWidget &dock) {
+    dock.setAttribute(Qt::WA_Moved);
+    if (QWindow *window = dock.windowHandle()) {
+        window->setFramePosition(dock.pos());
+    }
+}
+
+// Any positive area goes to Qt unchecked.
+void dock_into(QMainWindow &window, QDockWidget &dock, int area) {
+    const auto target = area > 0 ? static_cast<Qt::DockWidgetArea>(area) : Qt::RightDockWidgetArea;
+    window.removeDockWidget(&dock);
+    window.addDockWidget(target, &dock);
+    dock.setFloating(false);
+}
+
+// Restores the dock's saved placement. Without values written by the user it floats and is visible.
+void restore_dock_placement(QMainWindow &window, QDockWidget &dock) {
+    const bool placed = restore_geometry(dock);
+    if (settings::dockfloating.written() && !settings::dockfloating.get()) {
+        dock_into(window, dock, settings::dockarea.get());
+    } else {
+        dock.setFloating(true);
+        if (placed) {
+            keep_place(dock);
+        }
+    }
+    dock.setVisible(!settings::dockvisible.written() || settings::dockvisible.get());
+}
+
+void record_dock_placement(QMainWindow &window, QDockWidget &dock) {
+    settings::dockvisible.set(dock.isVisible());
+    settings::dockfloating.set(dock.isFloating());
+    settings::dockarea.set(static_cast<int32_t>(window.dockWidgetArea(&dock)));
+    settings::dockgeometry.set(dock.saveGeometry().toBase64().constData());
+    log_info("Dock state saved (floating=%s, visible=%s)", yes_no(dock.isFloating()),
+        yes_no(dock.isVisible()));
 }
 
 class MainWindowUi : public UserInterface {
@@ -45,7 +96,7 @@ public:
             return;
         }
         dock = new VerticalDock(module_state.canvas, module_state.output, window);
-        obs_frontend_add_dock_by_id(kDockId, "Vertical Canvas", dock);
+        obs_frontend_add_dock_by_id(kDockId, dock->windowTitle().toUtf8().constData(), dock);
         QDockWidget *host_dock = host_dock_widget(*window);
         if (host_dock && module_state.global_config) {
             restore_dock_placement(*window, *host_dock);
@@ -69,7 +120,7 @@ public:
         if (dock) {
             dock->setRuntime(nullptr, nullptr);
         }
-        // What an open settings dialog shows belongs to the profile that goes.
+        // An open settings dialog shows the old profile's values.
         const QMainWindow *window = main_window();
         if (auto *dialog = window ? window->findChild<SettingsDialog *>() : nullptr) {
             dialog->reject();
@@ -85,8 +136,7 @@ public:
     }
 
 private:
-    // The main window owns the widget.
-    QPointer<VerticalDock> dock;
+    QPointer<VerticalDock> dock; // owned by the main window
 };
 
 } // namespace

@@ -7,8 +7,8 @@ class QWidget;
 
 namespace corvane {
 
-// The handle under which the windowing system knows the widget's own window. False while it has
-// none. One implementation for each platform, in a file of its own.
+// Stores the handle of the widget's native window in `window`; false while there is none. Each
+// platform has its own implementation file.
 bool native_window_of(const QWidget &widget, gs_window &window);
 
 } // namespace corvane

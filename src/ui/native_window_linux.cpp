@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// X11: the window's number and the host's connection. Wayland: the window's surface.
+// X11: the window id and the host's connection. Wayland: the window's surface.
 #include "ui/native_window.hpp"
 
 #include <obs-nix-platform.h>

@@ -16,7 +16,7 @@ SceneConfigDialog::SceneConfigDialog(
     const QString &sceneName, const QString &currentSource, QWidget *parent)
     : QDialog(parent) {
     setObjectName(QStringLiteral("CorvaneSceneConfigDialog"));
-    // In a title "[*]" stands for the mark of an edited document, and twice for itself.
+    // "[*]" in a window title is Qt's placeholder for its "modified" mark; doubled, it is shown.
     const QString shown =
         QString(sceneName).replace(QStringLiteral("[*]"), QStringLiteral("[*][*]"));
     setWindowTitle(QStringLiteral("Assign OBS Scene — ") + shown);

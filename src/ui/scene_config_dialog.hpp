@@ -8,16 +8,16 @@ class QListWidget;
 
 namespace corvane {
 
-// Asks which of the host's scenes a vertical scene shows. Changes nothing by itself. The scenes
-// are listed once, when the dialog is built. UI thread only.
+// Asks which of the host's scenes a vertical scene shows; changes nothing itself. Lists the scenes
+// once, in the constructor. UI thread only.
 class SceneConfigDialog : public QDialog {
     Q_OBJECT
 
 public:
-    // The vertical scene and what it shows now, empty for nothing.
+    // The vertical scene and its current source, empty for none.
     SceneConfigDialog(const QString &sceneName, const QString &currentSource, QWidget *parent);
 
-    // The chosen host scene; empty for none.
+    // The selected host scene; empty for none.
     QString selectedSource() const;
 
 private Q_SLOTS:

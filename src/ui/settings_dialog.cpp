@@ -28,7 +28,6 @@ namespace corvane {
 namespace {
 
 constexpr int kGroupSpacing = 8;
-constexpr int kDefaultPresetIndex = 2; // "veryfast"
 
 QFormLayout *add_form(QGroupBox *group) {
     auto *form = new QFormLayout(group);
@@ -52,8 +51,8 @@ int even_below(int value) {
     return value - value % 2;
 }
 
-// In the host's usual colour format a canvas with an odd side cannot be made. An odd number typed
-// becomes the even one below.
+// The host's default colour format needs even sides. An odd number typed becomes the even one
+// below.
 class EvenSpinBox : public QSpinBox {
 protected:
     int valueFromText(const QString &text) const override {
@@ -83,7 +82,7 @@ QLabel *make_note(const char *text) {
     return note;
 }
 
-// A spin box holds an int; a stored number beyond that shows as the largest.
+// A spin box holds an int; larger stored numbers show as the largest int.
 int shown(uint32_t value) {
     return static_cast<int>(std::min<uint32_t>(value, INT32_MAX));
 }
@@ -112,7 +111,8 @@ SettingsDialog::SettingsDialog(QWidget *parent)
     layout->addWidget(buttons);
 
     load();
-    // Left to itself a dialog opens no higher than a part of the screen, too low for its rows.
+    // By default a dialog's initial height is limited to a part of the screen, too low for the
+    // rows.
     ensurePolished();
     resize(minimumWidth(), layout->totalHeightForWidth(minimumWidth()));
 }
@@ -133,7 +133,7 @@ QGroupBox *SettingsDialog::build_stream_group() {
     keyToggle = new QPushButton(QStringLiteral("Show"));
     keyToggle->setCheckable(true);
     keyToggle->setFixedWidth(52);
-    // The host's themes pad buttons so much that the text would not fit.
+    // With the padding of the host's themes the text would not fit.
     keyToggle->setStyleSheet(QStringLiteral("padding-left: 0px; padding-right: 0px;"));
     name_widget(keyToggle, "keyToggle", "Show the stream key");
     connect(keyToggle, &QPushButton::toggled, this, &SettingsDialog::on_toggle_key_visibility);
@@ -195,8 +195,8 @@ QGroupBox *SettingsDialog::build_behaviour_group() {
     return group;
 }
 
-// A stored number outside a box's range shows, and is saved back, as the nearest one inside, an odd
-// size as the even one below.
+// A stored number outside a box's range shows, and is saved, as the nearest one inside; an odd size
+// as the even one below.
 void SettingsDialog::load() {
     urlEdit->setText(QString::fromUtf8(settings::rtmpurl.get()));
     keyEdit->setText(QString::fromUtf8(settings::streamkey.get()));
@@ -207,9 +207,9 @@ void SettingsDialog::load() {
     fpsDenSpin->setValue(shown(settings::fpsden.get()));
     autoStartCheck->setChecked(settings::autostartwithmain.get());
     sceneAudioCheck->setChecked(settings::useactivesceneaudio.get());
-    const int preset = presetCombo->findText(QString::fromUtf8(settings::encoderpreset.get()),
-        Qt::MatchExactly | Qt::MatchCaseSensitive);
-    presetCombo->setCurrentIndex(preset < 0 ? kDefaultPresetIndex : preset);
+    // An unknown preset selects the default.
+    presetCombo->setCurrentText(QString::fromUtf8(settings::encoderpreset.fallback));
+    presetCombo->setCurrentText(QString::fromUtf8(settings::encoderpreset.get()));
 }
 
 void SettingsDialog::on_toggle_key_visibility(bool shown) {
@@ -217,7 +217,7 @@ void SettingsDialog::on_toggle_key_visibility(bool shown) {
     keyToggle->setText(shown ? QStringLiteral("Hide") : QStringLiteral("Show"));
 }
 
-// The URL is stored as typed; only the test for emptiness trims it.
+// Stores the URL as typed: only the emptiness check trims it.
 void SettingsDialog::on_save_clicked() {
     if (urlEdit->text().trimmed().isEmpty()) {
         show_message(this, QMessageBox::Warning, QStringLiteral("Validation"),

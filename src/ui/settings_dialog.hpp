@@ -12,8 +12,8 @@ class QSpinBox;
 
 namespace corvane {
 
-// Edits the settings of the current profile. Reads them once when built and writes them once on
-// Save; keeps no copy. UI thread only.
+// Edits the settings of the current profile: reads them in the constructor, writes them on Save.
+// UI thread only.
 class SettingsDialog : public QDialog {
     Q_OBJECT
 
@@ -44,7 +44,7 @@ private:
     QComboBox *presetCombo = nullptr;
 };
 
-// Runs the dialog until it is closed; without a parent the host's main window is taken.
+// Runs the dialog until it is closed. The parent defaults to the host's main window.
 void open_settings_dialog(QWidget *parent = nullptr);
 
 } // namespace corvane

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// What the dock shows: its widgets, the scene list, the status line.
+// The dock's widgets, scene list and status line; its slots are in vertical_dock_actions.cpp.
 #include "ui/vertical_dock.hpp"
 
 #include "canvas/vertical_canvas.hpp"
@@ -29,36 +29,36 @@ constexpr const char *kStreamingStyle = "font-size: 11px; color: #4caf50; font-w
 
 struct StreamStatus {
     QString text;
-    QString reason; // why it is not on air though it should be
-    bool on_air;
+    QString reason; // why a started stream is not live
+    bool live;
 };
 
-// The standard output type says nothing of its connection: it passes for on air while it runs. The
-// stream may end at any moment, so the connection is looked at before the output is.
+// The standard output type does not report its connection: it counts as live while it runs. The
+// stream may end at any moment, so the connection is read before the output's state.
 StreamStatus stream_status(const VerticalOutput *output) {
     using enum ConnectionState::Phase;
     if (!output) {
-        return {.text = QStringLiteral("No output"), .reason = {}, .on_air = false};
+        return {.text = QStringLiteral("No output"), .reason = {}, .live = false};
     }
     const std::optional<ConnectionState> connection = output->connection_state();
     const bool active = output->is_active();
     if (connection && connection->phase == kReconnecting) {
         return {.text = QStringLiteral("Reconnecting (%1)").arg(connection->failures),
             .reason = QString::fromStdString(connection->reason),
-            .on_air = false};
+            .live = false};
     }
     if (connection && connection->phase == kConnecting) {
-        return {.text = QStringLiteral("Connecting"), .reason = {}, .on_air = false};
+        return {.text = QStringLiteral("Connecting"), .reason = {}, .live = false};
     }
     if (connection && connection->phase == kStalled) {
         return {.text = QStringLiteral("Encoder stalled"),
             .reason = QStringLiteral("No packet from the encoders for 10 s"),
-            .on_air = false};
+            .live = false};
     }
-    const bool on_air = active && (!connection || connection->phase != kStopped);
-    return {.text = on_air ? QStringLiteral("Streaming") : QStringLiteral("Stopped"),
+    const bool live = active && (!connection || connection->phase != kStopped);
+    return {.text = live ? QStringLiteral("Streaming") : QStringLiteral("Stopped"),
         .reason = {},
-        .on_air = on_air};
+        .live = live};
 }
 
 struct Button {
@@ -128,7 +128,7 @@ VerticalDock::VerticalDock(VerticalCanvas *canvas, VerticalOutput *output, QWidg
 }
 
 void VerticalDock::build_preview(QBoxLayout *layout) {
-    sceneLabel = new QLabel(QStringLiteral("Vertical Canvas"), this);
+    sceneLabel = new QLabel(windowTitle(), this);
     sceneLabel->setObjectName(QStringLiteral("sceneLabel"));
     sceneLabel->setTextFormat(Qt::PlainText);
     sceneLabel->setAlignment(Qt::AlignCenter);
@@ -144,7 +144,7 @@ void VerticalDock::build_preview(QBoxLayout *layout) {
     row->setSpacing(0);
     preview = new VerticalPreviewWidget(canvas, container);
     name_widget(preview, "verticalPreview", "Live preview of the vertical canvas");
-    // The preview takes the width it can use; the stretches share the rest.
+    // The preview takes the width it can use, centred by the stretches.
     row->addStretch();
     row->addWidget(preview, 1);
     row->addStretch();
@@ -236,24 +236,24 @@ void VerticalDock::refreshSceneList() {
         set_scene_buttons_enabled(false, false);
         return;
     }
-    const std::vector<std::string> names = canvas->scene_names();
+    const std::vector<SceneInfo> scenes = canvas->scene_list();
     const std::string active = canvas->active_scene_name();
-    for (const std::string &name : names) {
-        add_scene_item(name, active);
+    for (const SceneInfo &scene : scenes) {
+        add_scene_item(scene, scene.name == active);
     }
-    set_scene_buttons_enabled(true, !names.empty());
+    set_scene_buttons_enabled(true, !scenes.empty());
     sceneLabel->setText(active_scene_text(QString::fromStdString(active)));
 }
 
-// The visible text is decoration; the plain name is the item's data.
-void VerticalDock::add_scene_item(const std::string &name, const std::string &active) {
-    const QString assigned = QString::fromStdString(canvas->scene_source_name(name));
-    const QString suffix = assigned.isEmpty() ? QString() : QStringLiteral(" [%1]").arg(assigned);
-    const QString mark = name == active ? QStringLiteral("► ") : QStringLiteral(" ");
-    const QString plain = QString::fromStdString(name);
-    auto *item = new QListWidgetItem(mark + plain + suffix, sceneList);
-    item->setData(Qt::UserRole, plain);
-    if (name == active) {
+// The visible text is decorated; the plain name is the item's data.
+void VerticalDock::add_scene_item(const SceneInfo &scene, bool active) {
+    const QString name = QString::fromStdString(scene.name);
+    const QString source = QString::fromStdString(scene.source_name);
+    const QString suffix = source.isEmpty() ? QString() : QStringLiteral(" [%1]").arg(source);
+    const QString mark = active ? QStringLiteral("► ") : QStringLiteral(" ");
+    auto *item = new QListWidgetItem(mark + name + suffix, sceneList);
+    item->setData(Qt::UserRole, name);
+    if (active) {
         QFont font = item->font();
         font.setBold(true);
         item->setFont(font);
@@ -268,6 +268,7 @@ void VerticalDock::set_scene_buttons_enabled(bool add, bool others) {
     }
 }
 
+// Connected to nothing here: lets callers update the header alone.
 void VerticalDock::onActiveSceneChanged(const QString &sceneName) {
     sceneLabel->setText(active_scene_text(sceneName));
 }
@@ -282,7 +283,7 @@ void VerticalDock::onStatusTick() {
     const StreamStatus status = stream_status(output);
     statusLabel->setText(status.text);
     statusLabel->setToolTip(status.reason);
-    statusLabel->setStyleSheet(QString::fromUtf8(status.on_air ? kStreamingStyle : kIdleStyle));
+    statusLabel->setStyleSheet(QString::fromUtf8(status.live ? kStreamingStyle : kIdleStyle));
 }
 
 } // namespace corvane

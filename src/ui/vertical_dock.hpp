@@ -5,7 +5,6 @@
 #include <QWidget>
 
 #include <cstdint>
-#include <string>
 
 class QBoxLayout;
 class QLabel;
@@ -19,9 +18,10 @@ namespace corvane {
 class VerticalCanvas;
 class VerticalOutput;
 class VerticalPreviewWidget;
+struct SceneInfo;
 
-// The panel in the host's window: live preview, scene list, start and stop, status line. Keeps
-// no model of its own: what it shows is read back from the canvas and the output. UI thread only.
+// The panel in the host's window: live preview, scene list, start and stop, status line. Has no
+// model: everything it shows is read from the canvas and the output. UI thread only.
 class VerticalDock : public QWidget {
     Q_OBJECT
 
@@ -29,14 +29,13 @@ public:
     // Neither is owned; either may be null. The list stays empty until setRuntime().
     VerticalDock(VerticalCanvas *canvas, VerticalOutput *output, QWidget *parent);
 
-    // Points the dock at another runtime, or at none; to be called before one is destroyed.
+    // Switches to another runtime, or to none; call it before a runtime is destroyed.
     void setRuntime(VerticalCanvas *canvas, VerticalOutput *output);
 
-    // Reads scenes and assignments back from the canvas.
+    // Reads scenes and assignments from the canvas.
     void refreshSceneList();
 
-    // Whether anybody can see the dock: one that lies under another tab counts as shown for the
-    // toolkit, and the preview would go on rendering.
+    // Stops the preview while the dock is behind another tab, which Qt still counts as shown.
     void setPreviewShown(bool shown);
 
 public Q_SLOTS:
@@ -56,7 +55,7 @@ private:
     void build_scene_buttons(QBoxLayout *layout);
     void build_stream_buttons(QBoxLayout *layout);
     void build_status(QBoxLayout *layout);
-    void add_scene_item(const std::string &name, const std::string &active);
+    void add_scene_item(const SceneInfo &scene, bool active);
     void set_scene_buttons_enabled(bool add, bool others);
     void scenes_edited();
 
@@ -73,7 +72,7 @@ private:
     QPushButton *stopButton = nullptr;
     QLabel *statusLabel = nullptr;
     QTimer *statusTimer = nullptr;
-    uint32_t shownRenames = 0; // the canvas's count when the list was filled
+    uint32_t shownRenames = 0; // the canvas's source_renames() when the list was filled
 };
 
 } // namespace corvane

@@ -2,16 +2,14 @@
 #include "ui/vertical_preview_widget.hpp"
 
 #include "base/log.hpp"
+#include "canvas/vertical_canvas.hpp"
 #include "ui/native_window.hpp"
-#include "ui/preview_drawing.hpp"
 
 #include <util/base.h>
 
 #include <QPlatformSurfaceEvent>
 #include <QResizeEvent>
 #include <QWindow>
-
-#include <algorithm>
 
 namespace corvane {
 
@@ -20,15 +18,47 @@ namespace {
 constexpr QSize kMinimumSize(135, 240);
 constexpr uint32_t kBackground = 0x080808;
 
-// The widget's length in the screen's own pixels; libobs takes no display without an area.
+// A length of the widget in device pixels; at least 1, as libobs refuses an empty display.
 uint32_t in_pixels(const QWidget &widget, int length) {
     return static_cast<uint32_t>(std::max(qRound(length * widget.devicePixelRatioF()), 1));
 }
 
-bool surface_goes(QEvent *event) {
+bool surface_about_to_be_destroyed(QEvent *event) {
     return event->type() == QEvent::PlatformSurface &&
            static_cast<QPlatformSurfaceEvent *>(event)->surfaceEventType() ==
                QPlatformSurfaceEvent::SurfaceAboutToBeDestroyed;
+}
+
+// Draws the active vertical scene's source as the canvas shows it; nothing without one or if it has
+// no size.
+void draw_preview(const VerticalCanvas &canvas, uint32_t cx, uint32_t cy) {
+    const uint32_t width = canvas.width();
+    const uint32_t height = canvas.height();
+    obs_source_t *source = canvas.active_source();
+    if (width == 0 || height == 0 || !source) {
+        return;
+    }
+    const uint32_t source_width = obs_source_get_width(source);
+    const uint32_t source_height = obs_source_get_height(source);
+    if (source_width == 0 || source_height == 0) {
+        return;
+    }
+    const PreviewViewport viewport = preview_viewport(cx, cy, width, height);
+    const CoverPlacement placement = cover_placement(width, height, source_width, source_height);
+
+    gs_viewport_push();
+    gs_projection_push();
+    gs_set_viewport(viewport.x, viewport.y, viewport.width, viewport.height);
+    gs_ortho(0.0F, static_cast<float>(width), 0.0F, static_cast<float>(height), -100.0F, 100.0F);
+
+    gs_matrix_push();
+    gs_matrix_translate3f(placement.x, placement.y, 0.0F);
+    gs_matrix_scale3f(placement.scale, placement.scale, 1.0F);
+    obs_source_video_render(source);
+    gs_matrix_pop();
+
+    gs_projection_pop();
+    gs_viewport_pop();
 }
 
 } // namespace
@@ -36,7 +66,7 @@ bool surface_goes(QEvent *event) {
 VerticalPreviewWidget::VerticalPreviewWidget(VerticalCanvas *canvas, QWidget *parent)
     : QWidget(parent)
     , canvas(canvas) {
-    // Without this every widget above would get a window of its own too, up to the host's.
+    // Without this all its ancestors would become native windows, too.
     setAttribute(Qt::WA_DontCreateNativeAncestors);
     setAttribute(Qt::WA_NativeWindow);
     setAttribute(Qt::WA_PaintOnScreen);
@@ -51,8 +81,8 @@ VerticalPreviewWidget::~VerticalPreviewWidget() {
 
 void VerticalPreviewWidget::set_canvas(VerticalCanvas *new_canvas) {
     canvas = new_canvas;
-    // Frames are drawn inside the graphics context: once we have been in there, the frame that
-    // may have seen the old canvas is done.
+    // libobs draws each frame inside the graphics context: once this thread has entered it, no
+    // frame uses the old canvas any more.
     obs_enter_graphics();
     obs_leave_graphics();
 }
@@ -66,7 +96,7 @@ void VerticalPreviewWidget::showEvent(QShowEvent *event) {
     winId();
     if (QWindow *window = windowHandle()) {
         window->installEventFilter(this);
-        // The toolkit gives the window its size only after this event; libobs takes it from there.
+        // Qt resizes the window only after this event; libobs reads the size from the window.
         window->resize(size());
     }
     if (!display) {
@@ -79,9 +109,8 @@ void VerticalPreviewWidget::hideEvent(QHideEvent *event) {
     destroy_display();
 }
 
-// Holds the widget at no more than 9:16 of its height; the stretches beside it keep it centred.
-// Exactly at the limit the maximum stays: lifted, it would let the layout widen the widget again,
-// and the two would never come to rest.
+// Limits the width to 9:16 of the height. Exactly at the limit the maximum stays: without it the
+// layout would widen the widget again, endlessly.
 void VerticalPreviewWidget::resizeEvent(QResizeEvent *event) {
     QWidget::resizeEvent(event);
     const int limit = height() * 9 / 16;
@@ -92,10 +121,10 @@ void VerticalPreviewWidget::resizeEvent(QResizeEvent *event) {
 }
 
 bool VerticalPreviewWidget::eventFilter(QObject *watched, QEvent *event) {
-    if (surface_goes(event)) {
+    if (surface_about_to_be_destroyed(event)) {
         destroy_display();
     } else if (event->type() == QEvent::Expose && isVisible()) {
-        // Comes with every change of the screen's pixel ratio, too.
+        // Also sent when the device pixel ratio changes.
         if (display) {
             resize_display();
         } else {

@@ -6,7 +6,7 @@
 
 namespace corvane {
 
-// Names a widget that a person operates: for style sheets and tests, and for screen readers.
+// Names a widget for style sheets and tests, and for screen readers.
 inline void name_widget(QWidget *widget, const char *object_name, const char *accessible_name) {
     widget->setObjectName(QString::fromUtf8(object_name));
     widget->setAccessibleName(QString::fromUtf8(accessible_name));

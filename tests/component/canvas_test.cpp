@@ -1,218 +1,172 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "canvas/vertical_canvas.hpp"
 
-#include "testbed/host_objects.hpp"
-#include "testbed/host_scene.hpp"
-#include "testbed/log_capture.hpp"
-#include "testbed/obs_session.hpp"
-
-#include <obs.hpp>
+#include "support/host_objects.hpp"
+#include "support/log_capture.hpp"
+#include "support/wait.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <string>
-#include <vector>
+#include <latch>
 
 namespace corvane::test {
 
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
-using testing::FloatNear;
-using testing::StartsWith;
-
-constexpr CanvasConfig kSmallCanvas{
-    .width = 72, .height = 128, .fps_num = kHostFps, .fps_den = 1, .use_active_scene_audio = true};
-constexpr uint32_t kMarker = 32;
-
-LogCapture &host_log() {
-    return LogCapture::get();
-}
+using testing::IsEmpty;
+using testing::SizeIs;
 
 class CanvasTest : public testing::Test {
 protected:
-    CanvasTest() {
-        // Until they are gone the last test's sources keep their names.
-        ObsSession::destroy_released_sources();
-        host_log().clear();
+    // Until they are gone the last test's sources keep their names.
+    CanvasTest() { ObsSession::destroy_released_sources(); }
+
+    void init() {
+        ASSERT_TRUE(canvas.init());
+        log.clear();
     }
 
-    VerticalCanvas canvas{kSmallCanvas};
+    // The items of a vertical scene, which the host lists nowhere but among all sources.
+    static std::vector<OBSSceneItem> items(const std::string &scene) {
+        std::vector<OBSSceneItem> found;
+        const auto add = [](obs_scene_t *, obs_sceneitem_t *item, void *list) {
+            static_cast<std::vector<OBSSceneItem> *>(list)->emplace_back(item);
+            return true;
+        };
+        for (const OBSSource &source : all<OBSSource>(obs_enum_all_sources)) {
+            if (obs_obj_is_private(source) && scene == obs_source_get_name(source)) {
+                obs_scene_enum_items(obs_scene_from_source(source), add, &found);
+            }
+        }
+        return found;
+    }
+
+    LogCapture &log = LogCapture::get();
+    VerticalCanvas canvas{{.width = 72, .height = 128}};
 };
 
 // A second init must not build a second view, nor a shutdown leave one that blocks the next init.
-TEST_F(CanvasTest, LivesAndComesBack) {
+// At a higher frame rate than the host's the stream's clock would run slow unnoticed.
+TEST_F(CanvasTest, comes_back_after_a_shutdown) {
+    log.clear();
     canvas.shutdown();
-    EXPECT_THAT(host_log().take(), ElementsAre());
-
     for (int life = 0; life < 2; ++life) {
         EXPECT_TRUE(canvas.init());
-        EXPECT_THAT(host_log().take(), ElementsAre("I Scene created (private): Scene 1",
-                                           "I Canvas initialised: 72x128 @ 30/1 fps"));
+        EXPECT_THAT(log.take(), ElementsAre("I Scene created (private): Scene 1",
+                                    "I Canvas initialised: 72x128 @ 30/1 fps"));
         const video_t *video = canvas.video();
         ASSERT_NE(video, nullptr);
-        EXPECT_EQ(video_output_get_width(video), 72);
-        EXPECT_EQ(video_output_get_height(video), 128);
         EXPECT_EQ(canvas.audio(), obs_get_audio());
-        EXPECT_THAT(canvas.scene_names(), ElementsAre("Scene 1"));
-        EXPECT_EQ(canvas.active_scene_name(), "Scene 1");
-
         EXPECT_TRUE(canvas.init());
         EXPECT_EQ(canvas.video(), video);
-        EXPECT_THAT(host_log().take(), ElementsAre("W VerticalCanvas already initialised"));
+        EXPECT_THAT(log.take(), ElementsAre("W VerticalCanvas already initialised"));
         canvas.shutdown();
         EXPECT_FALSE(canvas.initialised());
         EXPECT_EQ(canvas.video(), nullptr);
-        EXPECT_THAT(host_log().take(), ElementsAre("I Canvas shut down"));
+        EXPECT_THAT(log.take(), ElementsAre("I Canvas shut down"));
     }
-}
-
-// A format that libobs refuses must not leave a half-made canvas, and a higher frame rate than
-// the host's must be said, since the stream's clock would run slow unnoticed.
-TEST_F(CanvasTest, OddFormats) {
-    CanvasConfig config = kSmallCanvas;
-    config.fps_den = 0;
-    VerticalCanvas refused(config);
-    EXPECT_FALSE(refused.init());
-    EXPECT_FALSE(refused.initialised());
-    EXPECT_THAT(host_log().take(), ElementsAre("E obs_view_add2() failed"));
-
-    config.fps_num = 2 * kHostFps;
-    config.fps_den = 1;
-    VerticalCanvas faster(config);
+    VerticalCanvas faster({.width = 72, .height = 128, .fps_num = 2 * kHostFps});
     EXPECT_TRUE(faster.init());
-    EXPECT_THAT(host_log().matching("60/1"), Contains(StartsWith("W ")));
+    EXPECT_THAT(log.matching("W Canvas frame rate 60/1"), SizeIs(1));
 }
 
-// Each operation on the list, with what it returns, says and leaves.
-TEST_F(CanvasTest, SceneListOperations) {
-    ASSERT_TRUE(canvas.init());
-    host_log().clear();
-    struct Step {
-        std::function<bool()> run;
-        bool result;
-        Lines log;
-        std::vector<std::string> names;
-        std::string active;
+// Each operation on the list, with what it says and leaves.
+TEST_F(CanvasTest, scene_list_operations) {
+    init();
+    // Refusals are logged as warnings. The scenes are each followed by a comma, the active one by
+    // *.
+    const auto expect = [&](bool result, const std::string &line, const std::string &scenes) {
+        SCOPED_TRACE(line + " leaves " + scenes);
+        EXPECT_EQ(result, !line.starts_with('W'));
+        EXPECT_EQ(log.take(), line.empty() ? Lines() : Lines{line});
+        std::string seen;
+        for (const std::string &name : canvas.scene_names()) {
+            seen += name + (name == canvas.active_scene_name() ? "*," : ",");
+        }
+        EXPECT_EQ(seen, scenes);
     };
-    const auto create = [&](const char *name) {
-        return [&, name] {
-            return canvas.create_scene(name);
-        };
-    };
-    const auto remove = [&](const char *name) {
-        return [&, name] {
-            return canvas.remove_scene(name);
-        };
-    };
-    const auto activate = [&](const char *name) {
-        return [&, name] {
-            return canvas.set_active_scene(name);
-        };
-    };
-    const auto rename = [&](const char *from, const char *to) {
-        return [&, from, to] {
-            return canvas.rename_scene(from, to);
-        };
-    };
-    const std::vector<Step> steps{
-        {rename("Scene 1", "A"), true, {"I Scene renamed: Scene 1 -> A"}, {"A"}, "A"},
-        {create("B"), true, {"I Scene created (private): B"}, {"A", "B"}, "A"},
-        {create("B"), false, {"W Scene already exists: B"}, {"A", "B"}, "A"},
-        {create("b"), true, {"I Scene created (private): b"}, {"A", "B", "b"}, "A"},
-        {activate("b"), true, {"I Active scene: b"}, {"A", "B", "b"}, "b"},
-        {activate("b"), true, {}, {"A", "B", "b"}, "b"},
-        {activate("x"), false, {"W set_active_scene — not found: x"}, {"A", "B", "b"}, "b"},
-        {rename("A", "A"), true, {}, {"A", "B", "b"}, "b"},
-        {rename("A", "B"), false, {"W rename_scene — name already in use: B"}, {"A", "B", "b"},
-            "b"},
-        {rename("x", "y"), false, {"W rename_scene — not found: x"}, {"A", "B", "b"}, "b"},
-        {remove("A"), true, {"I Scene removed: A"}, {"B", "b"}, "b"},
-        {create("C"), true, {"I Scene created (private): C"}, {"B", "b", "C"}, "b"},
-        {remove("b"), true, {"I Scene removed: b"}, {"B", "C"}, "B"},
-        {remove("b"), false, {"W remove_scene — not found: b"}, {"B", "C"}, "B"},
-        {activate("C"), true, {"I Active scene: C"}, {"B", "C"}, "C"},
-        {remove("C"), true, {"I Scene removed: C"}, {"B"}, "B"},
-        {remove("B"), true, {"I Scene removed: B"}, {}, ""},
-        {activate("B"), false, {"W set_active_scene — not found: B"}, {}, ""},
-        {create(""), true, {"I Scene created (private): "}, {""}, ""},
-        {create("D"), true, {"I Scene created (private): D"}, {"", "D"}, ""},
-    };
-    for (size_t i = 0; i < steps.size(); ++i) {
-        const Step &step = steps[i];
-        EXPECT_EQ(step.run(), step.result) << "step " << i;
-        EXPECT_EQ(host_log().take(), step.log) << "step " << i;
-        EXPECT_EQ(canvas.scene_names(), step.names) << "step " << i;
-        EXPECT_EQ(canvas.active_scene_name(), step.active) << "step " << i;
-    }
+    expect(canvas.rename_scene("Scene 1", "A"), "I Scene renamed: Scene 1 -> A", "A*,");
+    expect(canvas.create_scene("B"), "I Scene created (private): B", "A*,B,");
+    expect(canvas.create_scene("B"), "W Scene already exists: B", "A*,B,");
+    expect(canvas.create_scene("b"), "I Scene created (private): b", "A*,B,b,");
+    expect(canvas.set_active_scene("b"), "I Active scene: b", "A,B,b*,");
+    expect(canvas.set_active_scene("b"), "", "A,B,b*,");
+    expect(canvas.set_active_scene("x"), "W set_active_scene — not found: x", "A,B,b*,");
+    expect(canvas.rename_scene("A", "A"), "", "A,B,b*,");
+    expect(canvas.rename_scene("A", "B"), "W rename_scene — name already in use: B", "A,B,b*,");
+    expect(canvas.rename_scene("x", "y"), "W rename_scene — not found: x", "A,B,b*,");
+    expect(canvas.remove_scene("A"), "I Scene removed: A", "B,b*,");
+    expect(canvas.create_scene("C"), "I Scene created (private): C", "B,b*,C,");
+    expect(canvas.remove_scene("b"), "I Scene removed: b", "B*,C,");
+    expect(canvas.remove_scene("b"), "W remove_scene — not found: b", "B*,C,");
+    expect(canvas.set_active_scene("C"), "I Active scene: C", "B,C*,");
+    expect(canvas.remove_scene("C"), "I Scene removed: C", "B*,");
+    expect(canvas.remove_scene("B"), "I Scene removed: B", "");
+    EXPECT_EQ(canvas.active_scene_name(), "");
+    expect(canvas.set_active_scene("B"), "W set_active_scene — not found: B", "");
+    expect(canvas.create_scene(""), "I Scene created (private): ", "*,");
+    expect(canvas.create_scene("D"), "I Scene created (private): D", "*,D,");
 }
 
 // A source of any shape must cover the canvas, centred; a repeated assignment must not add a
 // second item.
-TEST_F(CanvasTest, AssignedSourceCovers) {
-    ASSERT_TRUE(canvas.init());
+TEST_F(CanvasTest, assigned_source_covers) {
+    init();
     struct Case {
         int width, height;
         float scale, x, y;
     };
-    for (const Case &c : {Case{320, 180, 128.F / 180, -77.778F, 0}, Case{72, 128, 1, 0, 0},
-             Case{36, 128, 2, 0, -64}, Case{500, 500, 0.256F, -28, 0}}) {
-        SCOPED_TRACE(testing::Message() << c.width << "x" << c.height);
-        const OBSSourceAutoRelease source = make_color("Shape", c.width, c.height, 0xFF0000FF);
+    for (const auto &[width, height, scale, x, y] :
+        {Case{320, 180, 128.F / 180, -77.778F, 0}, {36, 128, 2, 0, -64}}) {
+        const OBSSourceAutoRelease source = make_color("Shape", width, height, 0xFF0000FF);
         for (int repeat = 0; repeat < 2; ++repeat) {
             EXPECT_TRUE(canvas.assign_scene_source("Scene 1", "Shape"));
-            const OBSSceneItem item = only_item("Scene 1");
-            ASSERT_NE(item, nullptr);
+            ASSERT_THAT(items("Scene 1"), SizeIs(1));
             obs_transform_info info{};
-            obs_sceneitem_get_info2(item, &info);
-            EXPECT_THAT(info.scale.x, FloatNear(c.scale, 1e-4F));
+            obs_sceneitem_get_info2(items("Scene 1").front(), &info);
+            EXPECT_NEAR(info.scale.x, scale, 1e-4F);
             EXPECT_EQ(info.scale.x, info.scale.y);
-            EXPECT_THAT(info.pos.x, FloatNear(c.x, 0.5F)) << "libobs rounds to pixels";
-            EXPECT_THAT(info.pos.y, FloatNear(c.y, 0.5F));
+            EXPECT_NEAR(info.pos.x, x, 0.5F) << "libobs rounds to pixels";
+            EXPECT_NEAR(info.pos.y, y, 0.5F);
             EXPECT_EQ(info.alignment, OBS_ALIGN_LEFT | OBS_ALIGN_TOP);
             EXPECT_EQ(info.bounds_type, OBS_BOUNDS_NONE);
         }
         EXPECT_TRUE(canvas.assign_scene_source("Scene 1", ""));
-        EXPECT_EQ(only_item("Scene 1"), nullptr);
+        EXPECT_THAT(items("Scene 1"), IsEmpty());
     }
 }
 
 // Whatever drops a source from a scene must give back its reference and its showing count, and
 // a missing source must keep the name for later and the picture for now.
-TEST_F(CanvasTest, AssignmentHoldsAndReleases) {
-    ASSERT_TRUE(canvas.init());
+TEST_F(CanvasTest, assignment_holds_and_releases) {
+    init();
     const OBSSourceAutoRelease a = make_color("A", 72, 128, 0xFF0000FF);
     const OBSSourceAutoRelease b = make_color("B", 72, 128, 0xFF00FF00);
     const auto assign = [&](const char *name) {
         return canvas.assign_scene_source("Scene 1", name);
     };
-
     EXPECT_TRUE(assign("A"));
     EXPECT_EQ(canvas.active_source(), a);
     EXPECT_TRUE(obs_source_showing(a));
     EXPECT_TRUE(assign("B"));
     EXPECT_FALSE(obs_source_showing(a));
     EXPECT_TRUE(assign("A"));
-    ASSERT_TRUE(canvas.create_scene("Other"));
-    ASSERT_TRUE(canvas.set_active_scene("Other"));
+    ASSERT_TRUE(canvas.create_scene("Other") && canvas.set_active_scene("Other"));
     EXPECT_TRUE(obs_source_showing(a)) << "an inactive scene keeps its source ready";
     EXPECT_EQ(canvas.active_source(), nullptr);
     ASSERT_TRUE(canvas.set_active_scene("Scene 1"));
-    host_log().clear();
+    log.clear();
 
     EXPECT_FALSE(assign("Nowhere"));
-    EXPECT_THAT(
-        host_log().take(), ElementsAre("W assign_scene_source — OBS source not found: Nowhere"));
+    EXPECT_FALSE(canvas.assign_scene_source("Nowhere", "A"));
+    EXPECT_THAT(log.take(), ElementsAre("W assign_scene_source — OBS source not found: Nowhere",
+                                "W assign_scene_source — scene not found: Nowhere"));
     EXPECT_EQ(canvas.scene_source_name("Scene 1"), "Nowhere");
     EXPECT_EQ(canvas.active_source(), nullptr);
-    const OBSSceneItem kept = only_item("Scene 1");
-    ASSERT_NE(kept, nullptr);
-    EXPECT_EQ(obs_sceneitem_get_source(kept), a);
-    EXPECT_FALSE(canvas.assign_scene_source("Nowhere", "A"));
-    EXPECT_THAT(host_log().take(), ElementsAre("W assign_scene_source — scene not found: Nowhere"));
+    ASSERT_THAT(items("Scene 1"), SizeIs(1));
+    EXPECT_EQ(obs_sceneitem_get_source(items("Scene 1").front()), a);
 
     EXPECT_TRUE(assign("A"));
     EXPECT_TRUE(canvas.remove_scene("Scene 1"));
@@ -223,19 +177,16 @@ TEST_F(CanvasTest, AssignmentHoldsAndReleases) {
 
 // The marker on track six must follow the active scene, touch no other bit, and be gone from
 // whatever is dropped, also with the option off.
-TEST_F(CanvasTest, MarkerFollowsTheActiveScene) {
+TEST_F(CanvasTest, marker_follows_the_active_scene) {
+    constexpr uint32_t kMarker = 32;
+    const OBSSourceAutoRelease a = obs_source_create("ffmpeg_source", "A", nullptr, nullptr);
+    const OBSSourceAutoRelease b = obs_source_create("ffmpeg_source", "B", nullptr, nullptr);
     for (const bool on : {true, false}) {
         SCOPED_TRACE(on ? "option on" : "option off");
-        ObsSession::destroy_released_sources();
-        const OBSSourceAutoRelease a = obs_source_create("ffmpeg_source", "A", nullptr, nullptr);
-        const OBSSourceAutoRelease b = obs_source_create("ffmpeg_source", "B", nullptr, nullptr);
         obs_source_set_audio_mixers(a, 3);
         obs_source_set_audio_mixers(b, 5);
         const uint32_t mark = on ? kMarker : 0;
-
-        CanvasConfig config = kSmallCanvas;
-        config.use_active_scene_audio = on;
-        VerticalCanvas marked(config);
+        VerticalCanvas marked({.width = 72, .height = 128, .use_active_scene_audio = on});
         ASSERT_TRUE(marked.init() && marked.create_scene("Two"));
         const auto expect = [&](uint32_t mixers_a, uint32_t mixers_b, const char *when) {
             EXPECT_EQ(obs_source_get_audio_mixers(a), mixers_a) << when;
@@ -261,6 +212,72 @@ TEST_F(CanvasTest, MarkerFollowsTheActiveScene) {
         marked.shutdown();
         expect(1, 5, "shut down");
     }
+}
+
+// A scene collection is switched by removing every source: one that the canvas holds on to makes
+// the host stop saving the user's scenes, and one that it forgets leaves the stream black.
+TEST_F(CanvasTest, every_assignment_follows_its_source) {
+    init();
+    OBSSceneAutoRelease scene = obs_scene_create("Host scene");
+    ASSERT_TRUE(canvas.create_scene("Idle"));
+    for (const char *name : {"Scene 1", "Idle"}) {
+        ASSERT_TRUE(canvas.assign_scene_source(name, "Host scene"));
+    }
+    std::latch held_up{1};
+    const auto wait = [](void *latch) {
+        static_cast<std::latch *>(latch)->wait();
+    };
+    obs_queue_task(OBS_TASK_DESTROY, wait, &held_up, false);
+    obs_source_set_name(obs_scene_get_source(scene), "Renamed");
+    EXPECT_EQ(canvas.scene_source_name("Idle"), "Renamed") << "a save right now has the old name";
+    held_up.count_down();
+    EXPECT_TRUE(wait_until([&] { return canvas.source_renames() == 2; }));
+
+    // Its picture stays in a scene that nobody renders.
+    ASSERT_TRUE(canvas.create_scene("Old picture"));
+    ASSERT_TRUE(canvas.assign_scene_source("Old picture", "Renamed"));
+    ASSERT_FALSE(canvas.assign_scene_source("Old picture", "Nowhere"));
+
+    const OBSWeakSourceAutoRelease old = obs_source_get_weak_source(obs_scene_get_source(scene));
+    obs_source_set_name(obs_scene_get_source(scene), "Last name");
+    obs_source_remove(obs_scene_get_source(scene));
+    scene = nullptr;
+    EXPECT_TRUE(wait_until([&] {
+        obs_wait_for_destroy_queue();
+        return obs_weak_source_expired(old);
+    })) << "the canvas keeps a removed source alive";
+    EXPECT_EQ(canvas.active_source(), nullptr);
+    EXPECT_EQ(canvas.scene_source_name("Scene 1"), "Last name") << "the assignment was lost";
+
+    scene = obs_scene_create("Last name");
+    EXPECT_TRUE(wait_until([&] { return canvas.active_source() == obs_scene_get_source(scene); }));
+    EXPECT_TRUE(obs_source_showing(obs_scene_get_source(scene)));
+
+    // A task that is still under way when the canvas goes must find nobody.
+    obs_source_remove(obs_scene_get_source(scene));
+}
+
+// Another module may answer what the canvas does to a source with a change of its own, on the
+// thread that follows the changes and in the middle of that work.
+TEST_F(CanvasTest, follows_a_change_made_by_a_handler) {
+    init();
+    ASSERT_TRUE(canvas.create_scene("Second"));
+    ASSERT_FALSE(canvas.assign_scene_source("Scene 1", "Awaited"));
+    ASSERT_FALSE(canvas.assign_scene_source("Second", "Made"));
+    const OBSSourceAutoRelease source = obs_source_create("ffmpeg_source", "Mic", nullptr, nullptr);
+    obs_source_set_audio_mixers(source, 1);
+    std::atomic<obs_source_t *> made = nullptr;
+    const auto make = [](void *result, calldata_t *) {
+        auto &made = *static_cast<std::atomic<obs_source_t *> *>(result);
+        if (!made) {
+            made = obs_source_create("color_source", "Made", nullptr, nullptr);
+        }
+    };
+    const OBSSignal marked(obs_source_get_signal_handler(source), "audio_mixers", make, &made);
+    obs_source_set_name(source, "Awaited");
+    ASSERT_TRUE(wait_until([&] { return made.load() != nullptr; })) << "it waits for itself";
+    const OBSSourceAutoRelease owned = made.load();
+    EXPECT_TRUE(wait_until([&] { return obs_source_showing(owned); }));
 }
 
 } // namespace

@@ -1,22 +1,90 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "mux/resilient/stream_timeouts.hpp"
-#include "testbed/dock_rig.hpp"
-#include "testbed/local_sink.hpp"
+#include "ui/vertical_dock.hpp"
 
+#include "canvas/vertical_canvas.hpp"
+#include "core/config_files.hpp"
+#include "core/module_state.hpp"
+#include "core/scene_list_store.hpp"
+#include "mux/resilient/stream_timeouts.hpp"
+#include "output/vertical_output.hpp"
+#include "support/local_server.hpp"
+#include "support/module_fixture.hpp"
+#include "support/scripted_stream.hpp"
+#include "support/user_actions.hpp"
+#include "ui/vertical_preview_widget.hpp"
+
+#include <QDockWidget>
+#include <QMainWindow>
 #include <QNetworkProxy>
 #include <QTcpServer>
-#include <QTcpSocket>
-
-#include <atomic>
 
 namespace corvane::test {
 
 namespace {
 
-// What a person does with the scenes must change the list as said and save it; nothing else may.
-TEST_F(DockRig, WorksTheSceneList) {
+// A dock on the screen with a small canvas, its output and the file its scenes are saved in.
+class DockTest : public testing::Test {
+protected:
+    DockTest() {
+        register_output_types();
+        ObsSession::destroy_released_sources();
+        open_runtime();
+        dock.show();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(&dock));
+    }
+    ~DockTest() override {
+        close_runtime();
+        FakeFrontend::get().scenes.clear();
+    }
+
+    // As the core does when the profile changes; what is not saved is lost.
+    void open_runtime(const OutputConfig &config = {}) {
+        const std::string path = dir_.filePath(QStringLiteral("list.ini")).toStdString();
+        config_open(&module_state.global_config, path.c_str(), CONFIG_OPEN_ALWAYS);
+        module_state.canvas = &canvas.emplace(CanvasConfig{.width = 72, .height = 128});
+        EXPECT_TRUE(canvas->init());
+        EXPECT_TRUE(output.emplace(&*canvas, config).init());
+        restore_scene_list();
+        dock.setRuntime(&*canvas, &*output);
+        log.clear();
+    }
+    void close_runtime() {
+        dock.setRuntime(nullptr, nullptr);
+        output.reset();
+        canvas.reset();
+        module_state.canvas = nullptr;
+        close_config_files();
+    }
+    // Without such a button the keys are used that activate the scene below.
+    void click(const std::string &name) {
+        if (auto *button = dock.findChild<QPushButton *>(QString::fromStdString(name))) {
+            return QTest::mouseClick(button, Qt::LeftButton);
+        }
+        QTest::keyClick(&list, Qt::Key_Down);
+        QTest::keyClick(&list, Qt::Key_Return);
+    }
+    // Clicks the button and answers the dialogs; returns what they showed.
+    std::string click(const std::string &button, const std::string &answers) {
+        return answering(answers, [&] { click(button); });
+    }
+    bool comes_to_show(const std::string &all) {
+        return wait_until([&] { return seen(dock) == all; });
+    }
+
+    LogCapture &log = LogCapture::get();
+    std::optional<VerticalCanvas> canvas;
+    std::optional<VerticalOutput> output;
+    VerticalDock dock{nullptr, nullptr, nullptr};
+    QListWidget &list = child<QListWidget>(dock);
+
+private:
+    QTemporaryDir dir_;
+};
+
+// What the user does with the scenes must change the list as said and save it; nothing else may.
+TEST_F(DockTest, works_the_scene_list) {
     const HostScene main("Main");
-    StandInFrontend::get().scenes = {main.source()};
+    FakeFrontend::get().scenes = {main.source()};
     using Steps = std::vector<std::array<std::string, 3>>;
     for (const auto &[button, answers, after] :
         Steps{{"addButton", "  A =>OK", "Scene 1|► Scene 1*@| A|"},
@@ -27,7 +95,7 @@ TEST_F(DockRig, WorksTheSceneList) {
             {"removeButton", "=>Yes", "Scene 1|► Scene 1*@|"},
             {"addButton", "B=>OK", "Scene 1|► Scene 1*@| B|"}}) {
         log.clear();
-        answering(answers, [&, name = button] { click(name); });
+        click(button, answers);
         EXPECT_EQ(log.has("Scene list saved"), !answers.empty());
         EXPECT_EQ(seen(dock), "Scene: " + after + "+ A- RRenAssSta|Stopped");
     }
@@ -43,19 +111,19 @@ TEST_F(DockRig, WorksTheSceneList) {
             {"addButton", " B =>OK|=>OK", add + "/Add Scene|A scene named \" B \" already exists."},
             {"renameButton", "B =>OK|=>OK",
                 rename + "/Rename Scene|A scene named \"B \" already exists."}}) {
-        EXPECT_EQ(answering(answers, [&, name = button] { click(name); }), shown);
+        EXPECT_EQ(click(button, answers), shown);
         EXPECT_EQ(seen(dock), "Scene: Scene 1|► Scene 1*@| B|+ A- RRenAssSta|Stopped");
     }
     EXPECT_FALSE(log.has("Scene list saved"));
 }
 
 // No name may be taken for anything but a name, by the list, a dialog or the file.
-TEST_F(DockRig, KeepsNamesByteForByte) {
+TEST_F(DockTest, keeps_names_byte_for_byte) {
     const Lines names{"Scene 1", "► 矢 [Main]", "Ünï \"q\" 'r' = [ö]; #x", "العربية",
         "👩‍👩‍👧 🎬", "C:\\new\\r %1 %s &Save", std::string(300, 'x'), "[Scenes]",
         "<b>x</b>"};
     for (const std::string &name : names) {
-        answering(name + "=>OK|=>OK", [&] { click("addButton"); });
+        click("addButton", name + "=>OK|=>OK");
         click_row(list, list.count() - 1);
         EXPECT_TRUE(seen(dock).starts_with("Scene: " + name + '|')) << seen(dock);
         EXPECT_NE(seen(dock).find("|► " + name + "*@|"), std::string::npos) << seen(dock);
@@ -65,27 +133,25 @@ TEST_F(DockRig, KeepsNamesByteForByte) {
     EXPECT_EQ(canvas->scene_names(), names);
     for (const std::string &name : names) {
         click_row(list, 0);
-        EXPECT_EQ(answering("=>Yes", [&] { click("removeButton"); }),
+        EXPECT_EQ(click("removeButton", "=>Yes"),
             "Remove Scene|Remove scene \"" + name + "\"? This cannot be undone.");
     }
     EXPECT_EQ(seen(dock), "No active scene|+ ASta|Stopped");
 }
 
 // A scene that the host renames must be shown and saved under its new name without an edit.
-TEST_F(DockRig, FollowsARename) {
+TEST_F(DockTest, follows_a_rename) {
     const HostScene main("Main");
     ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Main"));
-    obs_source_set_name(main.source(), "Stage");
-    EXPECT_TRUE(wait_until([&] {
-        return seen(dock).find("► Scene 1 [Stage]") != std::string::npos;
-    })) << seen(dock);
+    obs_source_set_name(main.source(), "Renamed");
+    EXPECT_TRUE(comes_to_show("Scene: Scene 1|► Scene 1 [Renamed]*@|+ A- RRenAssSta|Stopped"));
     close_runtime();
     open_runtime();
-    EXPECT_EQ(canvas->scene_source_name("Scene 1"), "Stage");
+    EXPECT_EQ(canvas->scene_source_name("Scene 1"), "Renamed");
 }
 
 // A dialog outlives the canvas when the profile changes below it; its answer must do nothing.
-TEST_F(DockRig, LosesTheCanvasBelowADialog) {
+TEST_F(DockTest, loses_the_canvas_below_a_dialog) {
     for (const auto &[button, answer] : {std::pair{"removeButton", "=>Yes"}, {"addButton", "Z=>OK"},
              {"renameButton", "Z=>OK"}, {"assignButton", "0=>OK"}}) {
         const auto act = [&, name = button] {
@@ -98,17 +164,17 @@ TEST_F(DockRig, LosesTheCanvasBelowADialog) {
 }
 
 // The dock must show by itself what the stream does, and offer only what can be done.
-TEST_F(DockRig, FollowsTheStream) {
-    const LocalSink sink;
+TEST_F(DockTest, follows_the_stream) {
+    const LocalServer sink;
     click("startButton");
     EXPECT_EQ(log.take_last(), "W [corvane] Dock: failed to start vertical output");
     output->update_config({.url = sink.url(), .key = "k", .bitrate_kbps = 300});
     click("startButton");
     const std::string scenes = "Scene: Scene 1|► Scene 1*@|+ A- RRenAss";
     EXPECT_EQ(seen(dock), scenes + "Sto|Streaming");
-    EXPECT_TRUE(sink.wait_for_pictures("k", 5));
+    EXPECT_TRUE(sink.wait_for_frames("k", 5));
     click("stopButton");
-    EXPECT_TRUE(wait_until([&] { return seen(dock) == scenes + "Sta|Stopped"; }));
+    EXPECT_TRUE(comes_to_show(scenes + "Sta|Stopped"));
 
     // The other type is on air only with a connection, and with pictures for it.
     QTcpServer silent;
@@ -122,23 +188,89 @@ TEST_F(DockRig, FollowsTheStream) {
         EXPECT_EQ(seen(dock), scenes + "Sto|Connecting");
     };
     start("rtmp://127.0.0.1:" + std::to_string(silent.serverPort()) + "/live");
-    EXPECT_TRUE(wait_until([&] { return silent.nextPendingConnection() != nullptr; }));
+    EXPECT_TRUE(wait_until([&] { return silent.hasPendingConnections(); }));
     dock.setRuntime(&*canvas, &*output);
     EXPECT_EQ(seen(dock), scenes + "Sto|Connecting");
     start(sink.url());
-    EXPECT_TRUE(wait_until([&] { return seen(dock) == scenes + "Sto|Streaming"; }));
+    EXPECT_TRUE(comes_to_show(scenes + "Sto|Streaming"));
     std::atomic<bool> held = true; // the host composes no picture meanwhile
     const auto hold = [](void *still, float) {
         static_cast<std::atomic<bool> *>(still)->wait(true);
     };
     obs_add_tick_callback(hold, &held);
-    EXPECT_TRUE(wait_until([&] { return seen(dock) == scenes + "Sto|Encoder stalled"; }));
+    EXPECT_TRUE(comes_to_show(scenes + "Sto|Encoder stalled"));
     held = false;
     held.notify_all();
     obs_remove_tick_callback(hold, &held);
-    EXPECT_TRUE(wait_until([&] { return seen(dock) == scenes + "Sto|Streaming"; }));
+    EXPECT_TRUE(comes_to_show(scenes + "Sto|Streaming"));
     close_runtime();
     stream_timeouts = {};
+}
+
+// A hidden preview must cost the host nothing; however it is moved nothing may pile up; and a
+// canvas that goes with its profile must not be drawn any more.
+TEST_F(DockTest, draws_only_what_is_there) {
+    QMainWindow window;
+    QDockWidget host(&window);
+    window.addDockWidget(Qt::RightDockWidgetArea, &host);
+    dock.hide();
+    host.setWidget(&dock);
+    for (int round = 0; round < 20; ++round) {
+        log.clear();
+        host.setFloating(round % 2 == 0);
+        window.show();
+        host.show();
+        const uint32_t frames = obs_get_total_frames();
+        EXPECT_TRUE(wait_until([&] { return obs_get_total_frames() > frames + 1; }));
+        const size_t displays = log.matching("display created (").size();
+        EXPECT_EQ(displays, log.matching("display destroyed").size() + 1);
+        (round % 4 == 1 ? static_cast<QWidget &>(window) : host).hide();
+        EXPECT_EQ(displays, log.matching("display destroyed").size());
+        close_runtime();
+        open_runtime();
+    }
+    dock.setParent(nullptr);
+    std::atomic<bool> drawing = false, asked = false;
+    std::thread frame([&] {
+        obs_enter_graphics();
+        drawing = true;
+        for (int left = 2000; left > 0; left -= asked) {
+            std::this_thread::yield();
+        }
+        drawing = false;
+        obs_leave_graphics();
+    });
+    EXPECT_TRUE(wait_until([&] { return drawing.load(); }));
+    asked = true;
+    dock.setRuntime(nullptr, nullptr);
+    EXPECT_FALSE(drawing) << "a frame may still show the old canvas";
+    frame.join();
+}
+
+// The preview must keep to 9:16, in the middle, its limit and the layout must not fight on, and a
+// wrong viewport shows the stream distorted or off its place.
+TEST_F(DockTest, preview_comes_to_rest_in_its_place) {
+    auto &preview = child<VerticalPreviewWidget>(dock);
+    for (const QSize size : {QSize(540, 420), {540, 900}, {270, 900}, {400, 430}, {540, 420}}) {
+        dock.resize(size);
+        int moves = 0;
+        for (int turn = 0; turn < 200; ++turn) {
+            const QRect before = preview.geometry();
+            QCoreApplication::processEvents();
+            moves += before != preview.geometry();
+        }
+        EXPECT_LT(moves, 10) << size.width() << 'x' << size.height();
+        const int room = preview.parentWidget()->width();
+        EXPECT_EQ(preview.width(), std::min(preview.height() * 9 / 16, room));
+        EXPECT_LE(std::abs(room - 2 * preview.geometry().center().x()), 2);
+    }
+    const auto viewport = [](int cx, int cy, int width, int height) {
+        const auto [x, y, shown_width, shown_height] = preview_viewport(cx, cy, width, height);
+        return QRect(x, y, shown_width, shown_height);
+    };
+    EXPECT_EQ(viewport(500, 500, 1080, 1920), QRect(109, 0, 281, 499));
+    EXPECT_EQ(viewport(135, 400, 1080, 1920), QRect(0, 80, 135, 240));
+    EXPECT_EQ(viewport(300, 100, 1920, 1080), QRect(61, 0, 177, 100));
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "testbed/loaded_module.hpp"
-#include "testbed/person.hpp"
+#include "support/module_fixture.hpp"
+#include "support/user_actions.hpp"
 
 #include <QDockWidget>
 #include <QMainWindow>
@@ -9,15 +9,15 @@ namespace corvane::test {
 
 namespace {
 
-class DockInWindowTest : public LoadedModule {
+class DockInWindowTest : public ModuleFixture {
 protected:
-    DockInWindowTest() { StandInFrontend::get().main_window = &window; }
+    DockInWindowTest() { frontend.main_window = &window; }
 
     QMainWindow window;
 };
 
 // The dock must be where the user left it, there once, and on a first run where it is noticed.
-TEST_F(DockInWindowTest, ComesBackWhereItWas) {
+TEST_F(DockInWindowTest, comes_back_where_it_was) {
     window.show();
     const std::string docked = "dockfloating=false\ndockarea=";
     for (const auto &[file, state, area] : std::vector<std::tuple<std::string, std::string, int>>{
@@ -25,7 +25,7 @@ TEST_F(DockInWindowTest, ComesBackWhereItWas) {
              {docked + "1", "floating=no, visible=yes", 1},
              {docked + "-8\ndockvisible=false", "floating=no, visible=no", 2},
              {"dockvisible=false\ndockgeometry=?!", "floating=yes, visible=no", 2}}) {
-        write_file(global_file(), {"[VerticalCanvas]", file});
+        write_file(global_file, "[VerticalCanvas]\n" + file);
         ASSERT_TRUE(load());
         send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
         send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
@@ -40,7 +40,7 @@ TEST_F(DockInWindowTest, ComesBackWhereItWas) {
         EXPECT_EQ(log.take_last(), "I Dock state saved (" + state + ")") << file;
         unload();
         delete &dock;
-        EXPECT_THAT(read_lines(global_file()),
+        EXPECT_THAT(read_lines(global_file),
             testing::IsSupersetOf({"dockfloating=" + floating, "dockvisible=" + visible,
                 "dockarea=" + std::to_string(area), "dockgeometry=" + geometry}));
     }
@@ -49,8 +49,8 @@ TEST_F(DockInWindowTest, ComesBackWhereItWas) {
 // Between two profiles and after a failed change the dock must hold on to nothing; the user must be
 // told of it once the handler has returned, and events be answered; a good profile mends it all.
 // What the old profile's settings dialog shows must not be saved into the new one.
-TEST_F(DockInWindowTest, FollowsTheProfile) {
-    write_file(global_file(), "[Scenes]\ncount=2\nactivescene=B\nscene_0_name=A\nscene_1_name=B");
+TEST_F(DockInWindowTest, follows_the_profile) {
+    write_file(global_file, "[Scenes]\ncount=2\nactivescene=B\nscene_0_name=A\nscene_1_name=B");
     ASSERT_TRUE(load());
     send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
     const std::string shown = "Scene: B| A|► B*@|+ A- RRenAssSta|Stopped";
@@ -86,8 +86,8 @@ TEST_F(DockInWindowTest, FollowsTheProfile) {
     }
     log.at_each_line({});
     EXPECT_EQ(between, dead);
-    ASSERT_FALSE(StandInFrontend::get().tools_menu.empty());
-    const auto &[text, open] = StandInFrontend::get().tools_menu.back();
+    ASSERT_FALSE(frontend.tools_menu.empty());
+    const auto &[text, open] = frontend.tools_menu.back();
     EXPECT_EQ(text, "Corvane Vertical Streaming Settings");
     EXPECT_EQ(answering("=>Cancel", open), "Vertical Canvas — Settings|");
     const auto switch_profile = [&](QWidget &dialog) {
@@ -102,7 +102,7 @@ TEST_F(DockInWindowTest, FollowsTheProfile) {
     click_row(list, 0);
     send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
     EXPECT_EQ(seen(window), "Scene: A|► A*@| B|+ A- RRenAssSta|Stopped");
-    EXPECT_THAT(read_lines(global_file()), testing::Contains("activescene=A"));
+    EXPECT_THAT(read_lines(global_file), testing::Contains("activescene=A"));
     EXPECT_THAT(read_lines(profile_file("other")), testing::Contains("rtmpurl=rtmp://other/app"));
 }
 

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "testbed/box_catcher.hpp"
-#include "testbed/loaded_module.hpp"
-#include "testbed/local_sink.hpp"
-#include "testbed/person.hpp"
-#include "testbed/ports.hpp"
+#include "support/local_server.hpp"
+#include "support/module_fixture.hpp"
+#include "support/user_actions.hpp"
 
 #include <format>
 
@@ -11,62 +9,109 @@ namespace corvane::test {
 
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
 
-class EventsTest : public LoadedModule {
+class EventsTest : public ModuleFixture {
 protected:
-    bool went_live(const std::string &key = "k") const {
-        const bool received = sink.wait_for_pictures(key, 5);
+    // Starts with the main stream and returns whether frames arrive.
+    bool goes_live(const std::string &key = "k") {
+        send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+        const bool received = sink.wait_for_frames(key, 5);
         sink.forget(key);
         return received && live();
     }
-    bool ended() {
+    bool ends_after(obs_frontend_event event) {
+        send(event);
         return wait_until([] { return !live(); });
     }
 
-    const LocalSink sink;
+    const LocalServer sink;
 };
 
+// The host refuses a module with a wrong identity, and users read the log's order.
+TEST_F(EventsTest, load_and_unload_in_order) {
+    EXPECT_EQ(exported<uint32_t()>("obs_module_ver")(), 0x20000004);
+    EXPECT_STREQ(exported<const char *()>("obs_module_name")(), "Corvane Vertical Canvas");
+    EXPECT_STREQ(exported<const char *()>("obs_module_description")(),
+        "Vertical canvas streams a second 9:16 RTMP output simultaneously");
+
+    use_profile("P", small_profile("rtmp://server/app", false));
+    ASSERT_TRUE(load());
+    const std::string rule = "I " + std::string(60, '=');
+    EXPECT_THAT(log.take(),
+        ElementsAre(rule, "I Loading version 1.0.0", rule,
+            "I Registered output type: cv_vertical_mux_rtmp",
+            "I Global config loaded from: " + global_file.string(),
+            "I Profile config loaded from: " + profile_file("P").string(),
+            "I Scene created (private): Scene 1", "I Canvas initialised: 72x128 @ 30/1 fps",
+            "I VerticalOutput initialised (runtime encoder fallback enabled)",
+            "I Runtime created: 72x128 @ 30/1 fps", "I Loaded successfully",
+            "I Canvas : 72x128 @ 30/1 fps", "I RTMP : rtmp://server/app", "I Bitrate: 300 kbps",
+            "I Auto-start with main: no", rule));
+    EXPECT_EQ(obs_get_output_flags("cv_vertical_mux_rtmp"), 0x17);
+    EXPECT_EQ(frontend.callbacks.size(), 1);
+    unload();
+    EXPECT_THAT(log.take(), ElementsAre("I Unloading", "I Scene list saved (1 scene(s))",
+                                "I VerticalOutput destroyed", "I Canvas shut down", "I Unloaded"));
+    unload();
+    EXPECT_THAT(log.take(), ElementsAre("I Unloading", "I Unloaded"));
+    EXPECT_THAT(read_lines(profile_file("P")), Not(Contains("; by hand"))) << "not saved";
+}
+
+// A canvas that cannot be built must make the host refuse the module, with nothing registered
+// and the unload that may follow harmless; nor may the attempt hang or end the host.
+TEST_F(EventsTest, load_fails_without_canvas) {
+    for (const std::string keys : {"fpsden=0", "fpsnum=0", "canvaswidth=0", "canvaswidth=71",
+             "canvasheight=127", "canvasheight=65535", "canvaswidth=-2\ncanvasheight=-2"}) {
+        SCOPED_TRACE(keys);
+        use_profile("P", "[VerticalCanvas]\n" + keys);
+        EXPECT_FALSE(load());
+        EXPECT_THAT(
+            log.take(), testing::IsSupersetOf({"E obs_view_add2() failed", "E Canvas init failed",
+                            "E Runtime init failed — plugin will not load"}));
+        EXPECT_TRUE(frontend.callbacks.empty());
+        unload();
+        EXPECT_THAT(log.take(), ElementsAre("I Unloading", "I Unloaded"));
+    }
+}
+
 // The vertical stream must follow the main one, once, and nothing may be done twice or unasked.
-TEST_F(EventsTest, FollowsTheMainStream) {
+TEST_F(EventsTest, stream_follows_the_main_stream) {
     use_profile("P", small_profile(sink.url()));
     ASSERT_TRUE(load());
     log.clear();
-    send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-    send(OBS_FRONTEND_EVENT_EXIT);
-    send(OBS_FRONTEND_EVENT_STREAMING_STARTED);
-    EXPECT_THAT(log.take(), ElementsAre());
-
-    send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-    EXPECT_TRUE(went_live());
-    EXPECT_EQ(log.take_first(), "I Main stream starting — auto-starting vertical output");
-    send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-    EXPECT_THAT(log.take(), ElementsAre());
-    send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-    EXPECT_TRUE(log.has("I Main stream stopped — stopping vertical output"));
-    EXPECT_TRUE(ended());
-
-    send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-    EXPECT_TRUE(went_live());
-    send(OBS_FRONTEND_EVENT_EXIT);
-    EXPECT_TRUE(log.has("I OBS exiting — stopping vertical output"));
-    EXPECT_TRUE(ended());
-
-    send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-    EXPECT_TRUE(went_live());
+    for (const auto event : {OBS_FRONTEND_EVENT_STREAMING_STOPPED, OBS_FRONTEND_EVENT_EXIT,
+             OBS_FRONTEND_EVENT_STREAMING_STARTED}) {
+        send(event);
+        EXPECT_THAT(log.take(), IsEmpty());
+    }
+    for (const auto &[event, line] : {std::pair{OBS_FRONTEND_EVENT_STREAMING_STOPPED,
+                                          "I Main stream stopped — stopping vertical output"},
+             {OBS_FRONTEND_EVENT_EXIT, "I OBS exiting — stopping vertical output"}}) {
+        EXPECT_TRUE(goes_live());
+        EXPECT_THAT(log.take(), Contains("I Main stream starting — auto-starting vertical output"));
+        send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+        EXPECT_THAT(log.take(), IsEmpty());
+        EXPECT_TRUE(ends_after(event));
+        EXPECT_THAT(log.take(), Contains(line));
+    }
+    EXPECT_TRUE(goes_live());
     unload();
     EXPECT_FALSE(live());
 }
 
 // The switch must be obeyed when it is off and count as on when no settings file is open.
-TEST_F(EventsTest, AutoStartSwitch) {
+TEST_F(EventsTest, stream_waits_without_auto_start) {
     use_profile("off", small_profile(sink.url(), false));
     ASSERT_TRUE(load());
     log.clear();
     send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-    EXPECT_THAT(log.take(), ElementsAre());
+    EXPECT_THAT(log.take(), IsEmpty());
 
-    profile_dir.clear();
+    frontend.profile_dir.clear();
     send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
     log.clear();
     send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
@@ -78,7 +123,7 @@ TEST_F(EventsTest, AutoStartSwitch) {
 
 // What is saved while the stream is live must count from its next start. With the type that keeps
 // the connection no secret may get into the log on any of these ways.
-TEST_F(EventsTest, SavesForTheNextStart) {
+TEST_F(EventsTest, stream_takes_saved_settings_at_its_next_start) {
     for (const bool resilient : {false, true}) {
         const std::string secret = resilient ? "hidden" : "shown";
         const auto url = [&](const std::string &server) {
@@ -90,24 +135,20 @@ TEST_F(EventsTest, SavesForTheNextStart) {
                 type_over(child<QLineEdit>(dialog, "urlEdit"), QString::fromStdString(url(server)));
                 type_over(child<QLineEdit>(dialog, "keyEdit"), QString::fromStdString(key));
             };
-            const auto &open = StandInFrontend::get().tools_menu.back().second;
+            const auto &open = frontend.tools_menu.back().second;
             EXPECT_EQ(answering("=>Save", open, type), "Vertical Canvas — Settings|");
         };
         use_profile("P", small_profile(url(sink.url()), true, "key-1-" + secret) +
                              "[Resilience]\nenabled=" + (resilient ? "true" : "false"));
         ASSERT_TRUE(load());
-        send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-        EXPECT_TRUE(went_live("key-1-" + secret));
+        EXPECT_TRUE(goes_live("key-1-" + secret));
         save(sink.url(), "key-2-" + secret);
         EXPECT_TRUE(live());
         EXPECT_EQ(sink.ended("key-1-" + secret), "");
-        send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-        EXPECT_TRUE(ended());
-        send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-        EXPECT_TRUE(went_live("key-2-" + secret));
+        EXPECT_TRUE(ends_after(OBS_FRONTEND_EVENT_STREAMING_STOPPED));
+        EXPECT_TRUE(goes_live("key-2-" + secret));
         save("rtmp://127.0.0.1:" + std::to_string(free_port()) + "/live", "key-3-" + secret);
-        send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-        EXPECT_TRUE(ended());
+        EXPECT_TRUE(ends_after(OBS_FRONTEND_EVENT_STREAMING_STOPPED));
         BoxCatcher screen;
         send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
         EXPECT_TRUE(wait_until([&] { return !screen.boxes.empty() && !live(); }));
@@ -118,30 +159,28 @@ TEST_F(EventsTest, SavesForTheNextStart) {
 
 // A live switch must end the stream, carry the scenes over to the new canvas and leave the old
 // profile's file alone.
-TEST_F(EventsTest, ProfileSwitchRebuilds) {
+TEST_F(EventsTest, profile_change_rebuilds) {
     const OBSSourceAutoRelease mic = obs_source_create("ffmpeg_source", "Mic", nullptr, nullptr);
     obs_source_set_audio_mixers(mic, 1);
-    write_file(global_file(), "[Scenes]\ncount=2\nactivescene=B\nscene_0_name=A\nscene_1_name=B\n"
-                              "scene_1_source=Mic\n");
+    write_file(global_file, "[Scenes]\ncount=2\nactivescene=B\nscene_0_name=A\nscene_1_name=B\n"
+                            "scene_1_source=Mic\n");
     use_profile("old", small_profile(sink.url()));
     const Lines old_text = read_lines(profile_file("old"));
     ASSERT_TRUE(load());
     send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
     EXPECT_EQ(obs_source_get_audio_mixers(mic), 1 | 32);
-    send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-    EXPECT_TRUE(went_live());
+    EXPECT_TRUE(goes_live());
     log.clear();
 
     use_profile(
         "new", "[VerticalCanvas]\ncanvaswidth=64\ncanvasheight=96\nuseactivesceneaudio=0\n");
     send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
     EXPECT_FALSE(live());
-    const Lines lines = log.take();
+    Lines steps = log.take();
     // What else is logged in between, placements and file names, is told elsewhere.
-    Lines steps;
-    std::ranges::copy_if(lines, std::back_inserter(steps), [](const std::string &line) {
-        return line.find("laced") == std::string::npos &&
-               line.find("config") == std::string::npos && line.find("Scene ") != 2;
+    std::erase_if(steps, [](const std::string &line) {
+        return line.find("laced") != line.npos || line.find("config") != line.npos ||
+               line.starts_with("I Scene ");
     });
     EXPECT_THAT(
         steps, ElementsAre("I OBS profile changed — rebuilding profile-specific runtime",
@@ -160,7 +199,7 @@ TEST_F(EventsTest, ProfileSwitchRebuilds) {
 
 // An event raised by the host from inside our own handling must be dropped, not handled twice
 // over, and the next one must get through again.
-TEST_F(EventsTest, DropsEventsRaisedWhileHandling) {
+TEST_F(EventsTest, events_raised_while_handling_are_dropped) {
     ASSERT_TRUE(load());
     log.clear();
     log.at_each_line([&](const std::string &line) {

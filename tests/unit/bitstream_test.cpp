@@ -1,53 +1,16 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "mux/bitstream.hpp"
+#include "mux/common/bitstream.hpp"
+#include "support/encoded_packets.hpp"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
+#include <array>
 #include <optional>
 #include <string>
-#include <vector>
+#include <tuple>
 
-using namespace corvane;
-using Buffer = std::vector<uint8_t>;
-
-namespace {
-
-struct ScanCase {
-    const char *fault;
-    Buffer payload;
-    bool annexb, aud, idr;
-    const char *types;
-};
-
-class Scan : public testing::TestWithParam<ScanCase> {};
-
-} // namespace
-
-TEST_P(Scan, finds_what_the_bytes_hold) {
-    const ScanCase &c = GetParam();
-    SCOPED_TRACE(c.fault);
-    EXPECT_EQ(is_annexb(c.payload), c.annexb);
-    EXPECT_EQ(has_aud(c.payload), c.aud);
-    EXPECT_EQ(has_idr(c.payload), c.idr);
-    EXPECT_EQ(nal_types_string(c.payload, 20), c.types);
-}
-
-INSTANTIATE_TEST_SUITE_P(Payloads, Scan,
-    testing::Values(ScanCase{"reads an empty payload", {}, false, false, false, "[]"},
-        ScanCase{"reads past a bare start code", {0, 0, 1}, true, false, false, "[]"},
-        ScanCase{"reads past four bytes", {0, 0, 1, 0x65}, true, false, false, "[]"},
-        ScanCase{"misses a unit behind three bytes", {0, 0, 1, 0x65, 0}, true, false, true, "[5]"},
-        ScanCase{"misses a unit behind four bytes", {0, 0, 0, 1, 0x65}, true, false, true, "[5]"},
-        ScanCase{"sees a unit too near the end", {0, 0, 0, 1, 0x09, 0xF0, 0, 0, 1, 0x65}, true,
-            true, false, "[9]"},
-        ScanCase{"counts a four-byte start code twice, ignores the reference bits",
-            {0, 0, 0, 1, 0x09, 0xF0, 0, 0, 0, 1, 0x67, 0x42, 0, 0, 1, 0x25, 0x88}, true, true, true,
-            "[9,7,5]"},
-        ScanCase{"takes a length prefix for a start code", {0, 0, 0, 5, 0x65, 1, 2, 3, 4}, false,
-            false, false, "[]"},
-        ScanCase{"takes the emulation byte for a start code", {0, 0, 1, 0x41, 0, 0, 3, 1, 0x65, 0},
-            true, false, false, "[1]"}));
+namespace corvane::test {
 
 namespace {
 
@@ -66,72 +29,73 @@ std::string types_by_definition(const Buffer &payload) {
     return "[" + types + "]";
 }
 
-} // namespace
-
 // A search that takes short cuts differs where start codes touch, overlap or reach the end.
-TEST(NalTypes, are_those_of_a_plain_search_in_every_short_payload) {
-    constexpr uint8_t kBytes[] = {0, 1, 0x65};
-    for (size_t size = 0, count = 1; size <= 10; ++size, count *= std::size(kBytes)) {
-        Buffer payload(size);
-        for (size_t number = 0; number < count; ++number) {
-            for (size_t at = 0, rest = number; at < size; ++at, rest /= std::size(kBytes)) {
-                payload[at] = kBytes[rest % std::size(kBytes)];
+TEST(AnnexB, is_scanned_as_defined_in_every_short_payload) {
+    for (const uint8_t unit : {0x25, 0x69}) {
+        const std::array<uint8_t, 3> bytes = {0, 1, unit};
+        for (size_t size = 0, count = 1; size <= 10; ++size, count *= bytes.size()) {
+            Buffer payload(size);
+            for (size_t number = 0; number < count; ++number) {
+                for (size_t at = 0, rest = number; at < size; ++at, rest /= bytes.size()) {
+                    payload[at] = bytes[rest % bytes.size()];
+                }
+                const std::string types = types_by_definition(payload);
+                const auto has = [&](char type) {
+                    return types.find(type) != std::string::npos;
+                };
+                const auto one = std::ranges::find(payload, 1) - payload.begin();
+                const bool opens =
+                    (one == 2 || one == 3) && one < std::ssize(payload) &&
+                    std::ranges::count(payload.begin(), payload.begin() + one, 0) == one;
+                ASSERT_EQ(std::tuple(is_annexb(payload), has_idr(payload), has_aud(payload),
+                              nal_types_string(payload, 20)),
+                    std::tuple(opens, has('5'), has('9'), types))
+                    << testing::PrintToString(payload);
             }
-            const std::string types = types_by_definition(payload);
-            ASSERT_EQ(nal_types_string(payload, 20), types) << testing::PrintToString(payload);
         }
     }
 }
 
-TEST(NalTypes, are_cut_at_the_limit) {
-    const Buffer payload = {0, 0, 1, 9, 0, 0, 1, 7, 0, 0, 1, 8, 0, 0};
+TEST(AnnexB, types_are_in_order_and_cut_at_the_limit) {
+    const Buffer payload{
+        0, 0, 0, 1, 9, 0xF0, 0, 0, 0, 1, 0x67, 0, 0, 3, 1, 0x42, 0, 0, 1, 0x25, 0x88};
+    EXPECT_EQ(nal_types_string(payload, 3), "[9,7,5]");
     EXPECT_EQ(nal_types_string(payload, 2), "[9,7]");
+    EXPECT_TRUE(has_idr(payload));
 }
 
-namespace {
-
-struct AvccCase {
-    const char *fault;
-    Buffer avcc;
-    std::optional<Buffer> headers;
-};
-
-class Avcc : public testing::TestWithParam<AvccCase> {};
-
-} // namespace
-
-TEST_P(Avcc, becomes_annexb_headers_or_nothing) {
-    const AvccCase &c = GetParam();
-    SCOPED_TRACE(c.fault);
-    const Block block = avcc_to_annexb_headers(c.avcc);
-    ASSERT_EQ(static_cast<bool>(block), c.headers.has_value());
-    if (block) {
-        EXPECT_EQ(Buffer(block.data.get(), block.data.get() + block.size), *c.headers);
+TEST(Avcc, becomes_annexb_headers_or_nothing) {
+    struct Case {
+        const char *fault;
+        Buffer avcc;
+        std::optional<Buffer> headers;
+    };
+    for (const auto &[fault, avcc, headers] :
+        {Case{"loses a set, keeps the reserved bits", kAvcc, kParameterSets},
+            {"stops at the first of several sets",
+                {1, 0, 0, 0, 0, 2, 0, 1, 0x67, 0, 1, 0x27, 2, 0, 1, 0x68, 0, 1, 0x28},
+                Buffer{0, 0, 0, 1, 0x67, 0, 0, 0, 1, 0x27, 0, 0, 0, 1, 0x68, 0, 0, 0, 1, 0x28}},
+            {"refuses a record whose picture sets are cut at a length",
+                {1, 0, 0, 0, 0, 1, 0, 1, 0x67, 2, 0, 1, 0x68, 0},
+                Buffer{0, 0, 0, 1, 0x67, 0, 0, 0, 1, 0x68}},
+            {"converts Annex B headers", {0, 0, 0, 1, 0x67, 0, 0, 0}, {}},
+            {"reads a record of seven bytes", {1, 0, 0, 0, 0, 0, 0}, {}},
+            {"gives an empty block", {1, 0, 0, 0, 0, 0, 0, 0}, {}},
+            {"reads past a cut sequence set", {1, 0, 0, 0, 0, 1, 0, 9, 0x67}, {}},
+            {"reads past a cut picture set", {1, 0, 0, 0, 0, 1, 0, 1, 0x67, 1, 0, 9, 0x68}, {}},
+            {"reads a picture count behind the end", {1, 0, 0, 0, 0, 1, 0, 1, 0x67}, {}}}) {
+        const Block block = avcc_to_annexb_headers(avcc);
+        ASSERT_EQ(static_cast<bool>(block), headers.has_value()) << fault;
+        if (block) {
+            EXPECT_EQ(Buffer(block.data.get(), block.data.get() + block.size), *headers) << fault;
+        }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Records, Avcc,
-    testing::Values(AvccCase{"loses a set, keeps the reserved bits",
-                        {1, 100, 0, 40, 0xFF, 0xE1, 0, 2, 0x67, 0xAA, 1, 0, 1, 0x68},
-                        Buffer{0, 0, 0, 1, 0x67, 0xAA, 0, 0, 0, 1, 0x68}},
-        AvccCase{"stops at the first of several sets",
-            {1, 0, 0, 0, 0, 2, 0, 1, 0x67, 0, 1, 0x27, 2, 0, 1, 0x68, 0, 1, 0x28},
-            Buffer{0, 0, 0, 1, 0x67, 0, 0, 0, 1, 0x27, 0, 0, 0, 1, 0x68, 0, 0, 0, 1, 0x28}},
-        AvccCase{"refuses a record whose picture sets are cut at a length",
-            {1, 0, 0, 0, 0, 1, 0, 1, 0x67, 2, 0, 1, 0x68, 0},
-            Buffer{0, 0, 0, 1, 0x67, 0, 0, 0, 1, 0x68}},
-        AvccCase{"converts Annex B headers", {0, 0, 0, 1, 0x67, 0, 0, 0}, {}},
-        AvccCase{"reads a record of seven bytes", {1, 0, 0, 0, 0, 0, 0}, {}},
-        AvccCase{"gives an empty block", {1, 0, 0, 0, 0, 0, 0, 0}, {}},
-        AvccCase{"reads past a cut sequence set", {1, 0, 0, 0, 0, 1, 0, 9, 0x67}, {}},
-        AvccCase{"reads past a cut picture set", {1, 0, 0, 0, 0, 1, 0, 1, 0x67, 1, 0, 9, 0x68}, {}},
-        AvccCase{"reads a picture count behind the end", {1, 0, 0, 0, 0, 1, 0, 1, 0x67}, {}}));
-
-TEST(PrependAud, keeps_timing_and_refuses_an_empty_packet) {
+TEST(PrependAud, keeps_all_else_and_refuses_an_empty_packet) {
     const PacketHandle packet(av_packet_alloc());
-    EXPECT_FALSE(prepend_aud(*packet)) << "an empty packet got a delimiter";
-    ASSERT_EQ(av_new_packet(packet.get(), 3), 0);
-    std::memcpy(packet->data, "\x65\x88\x84", 3);
+    EXPECT_FALSE(prepend_aud(*packet));
+    ASSERT_TRUE(copy_payload(*packet, kIdr));
     packet->pts = 7;
     packet->dts = 6;
     packet->duration = 5;
@@ -139,13 +103,12 @@ TEST(PrependAud, keeps_timing_and_refuses_an_empty_packet) {
     packet->flags = AV_PKT_FLAG_KEY;
     packet->pos = 3;
     ASSERT_TRUE(prepend_aud(*packet));
-    const Bytes payload = payload_of(*packet);
-    EXPECT_EQ(
-        Buffer(payload.begin(), payload.end()), (Buffer{0, 0, 0, 1, 0x09, 0xF0, 0x65, 0x88, 0x84}));
-    EXPECT_EQ(packet->pts, 7);
-    EXPECT_EQ(packet->dts, 6);
-    EXPECT_EQ(packet->duration, 5);
-    EXPECT_EQ(packet->stream_index, 4);
-    EXPECT_EQ(packet->flags, AV_PKT_FLAG_KEY);
-    EXPECT_EQ(packet->pos, 3);
+    EXPECT_EQ(Buffer(packet->data, packet->data + packet->size), kAud + kIdr);
+    EXPECT_EQ(std::tuple(packet->pts, packet->dts, packet->duration, packet->stream_index,
+                  packet->flags, packet->pos),
+        std::tuple(7, 6, 5, 4, AV_PKT_FLAG_KEY, 3));
 }
+
+} // namespace
+
+} // namespace corvane::test

@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <future>
 #include <memory>
+#include <utility>
 
 using namespace corvane;
 using namespace std::chrono_literals;
@@ -15,19 +15,16 @@ TEST(RunAbandonable, keeps_late_threads_out_of_a_process_that_ends) {
     EXPECT_TRUE(run_abandonable([] {}, [] { return false; }));
     EXPECT_TRUE(finish_abandoned_threads(0ms));
 
-    std::promise<void> gate;
-    const std::shared_future<void> opened(gate.get_future());
-    std::promise<void> returning;
+    std::promise<void> opened, returning;
     auto used = std::make_shared<int>(1);
     const std::weak_ptr<int> watch(used);
-    EXPECT_FALSE(run_abandonable(
-        [opened, &returning, used = std::move(used)] {
-            opened.wait();
-            returning.set_value();
-        },
-        [] { return true; }));
+    auto wait = [gate = opened.get_future().share(), &returning, used = std::move(used)] {
+        gate.wait();
+        returning.set_value();
+    };
+    EXPECT_FALSE(run_abandonable(std::move(wait), [] { return true; }));
     EXPECT_FALSE(finish_abandoned_threads(0ms));
-    gate.set_value();
+    opened.set_value();
     returning.get_future().wait();
     EXPECT_FALSE(finish_abandoned_threads(50ms));
     EXPECT_FALSE(watch.expired());

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // What a network that does not keep up makes of the packets that wait for it.
 #include "mux/resilient/send_buffer.hpp"
-
-#include <obs-avc.h>
-#include <util/bmem.h>
+#include "support/encoded_packets.hpp"
 
 #include <gtest/gtest.h>
 
@@ -12,26 +10,19 @@
 #include <tuple>
 
 using namespace corvane;
+using namespace corvane::test;
 
 namespace {
 
-constexpr size_t kMegabyte = 1U << 20U;
-
 using Clock = SendBuffer::Clock;
 
-// "K" a keyframe, "v" another picture, "a" sound; each of one megabyte, as libobs allocates them.
+// "K" is a keyframe, "v" another video frame, "a" audio. Returns the frames it cost.
 uint64_t push(
-    SendBuffer &buffer, char kind, Clock::time_point now = Clock::now(), size_t size = kMegabyte) {
-    auto *block = static_cast<uint8_t *>(bmalloc(sizeof(long) + kMegabyte));
-    *reinterpret_cast<long *>(block) = 1;
-    encoder_packet packet = {};
-    packet.data = block + sizeof(long);
-    packet.size = size;
-    packet.type = kind == 'a' ? OBS_ENCODER_AUDIO : OBS_ENCODER_VIDEO;
+    SendBuffer &buffer, char kind, Clock::time_point now = Clock::now(), size_t size = 1U << 20U) {
+    OwnedPacket packet(kind == 'a' ? OBS_ENCODER_AUDIO : OBS_ENCODER_VIDEO, Buffer(size), 0, 1000);
     packet.keyframe = kind == 'K';
     const uint64_t before = buffer.dropped_frames();
     buffer.push(packet, now);
-    obs_encoder_packet_release(&packet);
     return buffer.dropped_frames() - before;
 }
 

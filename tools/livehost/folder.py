@@ -9,28 +9,24 @@ from dataclasses import dataclass, field
 from pathlib import Path
 
 MODULE = "corvane-vertical-canvas"
+_ALIGN_TOP_LEFT = 5
+_BUILD = Path(__file__).resolve().parents[2] / "build/release"
 
-_TOP_LEFT = 5
+Item = dict[str, object]
 
 
-_BUILDS = Path(__file__).resolve().parents[2] / "build"
-
-
-def built_module(preset: str = "release") -> Path:
-    """The module as `./dev build --preset` leaves it."""
-    path = _BUILDS / preset / "src" / f"{MODULE}.so"
+def built_module() -> Path:
+    """The module as `./dev build` leaves it."""
+    path = _BUILD / "src" / f"{MODULE}.so"
     if not path.is_file():
-        raise FileNotFoundError(f"{path} is missing: run ./dev build --preset {preset}")
+        raise FileNotFoundError(f"{path} is missing: run ./dev build")
     return path
 
 
 @dataclass(frozen=True)
 class Profile:
-    """A host profile: the main stream with its cheap encoder, and the module's settings keys.
-
-    `vertical` holds keys of the module's profile file; keys left out keep the module's defaults.
-    `x264` holds settings of the main stream's encoder instead of the cheap ones.
-    """
+    """A host profile. The main stream's encoder is a cheap one unless `x264` holds settings for it; `vertical` holds
+    keys of the module's profile file, and those left out keep the module's defaults."""
 
     name: str = "profile"
     server: str = ""
@@ -38,7 +34,6 @@ class Profile:
     width: int = 1280
     height: int = 720
     fps: int = 30
-    bitrate_kbps: int = 1500
     vertical: Mapping[str, object] = field(default_factory=dict)
     x264: Mapping[str, object] = field(default_factory=dict)
     resilient: bool = False
@@ -55,9 +50,11 @@ class Source:
     x: float = 0.0
     y: float = 0.0
     scale: float = 1.0
+    filters: Sequence[Mapping[str, object]] = ()
 
-    def entry(self) -> dict[str, object]:
-        return {"name": self.name, "id": self.kind, "settings": dict(self.settings), "mixers": self.mixers}
+    def entry(self) -> Item:
+        return {"name": self.name, "id": self.kind, "settings": dict(self.settings), "mixers": self.mixers,
+                "filters": list(self.filters)}
 
 
 def write_ini(path: Path, sections: Mapping[str, Mapping[str, object]]) -> None:
@@ -66,23 +63,16 @@ def write_ini(path: Path, sections: Mapping[str, Mapping[str, object]]) -> None:
     for section, keys in sections.items():
         lines.append(f"[{section}]")
         lines += [f"{key}={str(value).lower() if isinstance(value, bool) else value}" for key, value in keys.items()]
-        lines.append("")
     path.parent.mkdir(parents=True, exist_ok=True)
-    path.write_text("\n".join(lines))
+    path.write_text("\n".join([*lines, ""]))
 
 
-def _item(name: str, x: float = 0.0, y: float = 0.0, scale: float = 1.0, shown: bool = True) -> dict[str, object]:
-    return {"name": name, "visible": shown, "align": _TOP_LEFT, "pos": {"x": x, "y": y},
-            "scale": {"x": scale, "y": scale}}
-
-
-def _items(sources: Sequence[Source]) -> list[dict[str, object]]:
-    return [_item(source.name, source.x, source.y, source.scale) for source in sources]
-
-
-def _scene_entry(name: str, items: list[dict[str, object]]) -> dict[str, object]:
-    numbered = [item | {"id": number} for number, item in enumerate(items, 1)]
-    return {"name": name, "id": "scene", "settings": {"items": numbered, "id_counter": len(numbered)}}
+def _scene(name: str, sources: Sequence[Source], hidden: Sequence[str] = ()) -> Item:
+    shown = [*sources, *(Source(scene, "scene", {}) for scene in hidden)]
+    items = [{"name": source.name, "id": number, "visible": source.name not in hidden, "align": _ALIGN_TOP_LEFT,
+              "pos": {"x": source.x, "y": source.y}, "scale": {"x": source.scale, "y": source.scale}}
+             for number, source in enumerate(shown, 1)]
+    return {"name": name, "id": "scene", "settings": {"items": items, "id_counter": len(items)}}
 
 
 class HostFolder:
@@ -91,10 +81,9 @@ class HostFolder:
     def __init__(self, root: Path) -> None:
         self.root = root
         self.config = root / "obs-studio"
-        self.logs = self.config / "logs"
-        self._plugin_config = self.config / "plugin_config"
+        self.module_config = self.config / "plugin_config" / MODULE
         self._plugins = self.config / "plugins"
-        self._build = _BUILDS / "release"
+        self._build = _BUILD
         self.config.mkdir(parents=True, exist_ok=True)
 
     def profile_folder(self, name: str) -> Path:
@@ -109,7 +98,7 @@ class HostFolder:
                       "OutputCY": profile.height, "FPSType": 0, "FPSCommon": profile.fps},
             "Audio": {"SampleRate": 48000, "ChannelSetup": "Stereo"},
             "Output": {"Mode": "Advanced" if profile.x264 else "Simple", "Reconnect": False},
-            "SimpleOutput": {"StreamEncoder": "x264", "VBitrate": profile.bitrate_kbps, "ABitrate": 160,
+            "SimpleOutput": {"StreamEncoder": "x264", "VBitrate": 1500, "ABitrate": 160,
                              "UseAdvanced": True, "Preset": "ultrafast"},
             "AdvOut": {"Encoder": "obs_x264", "ApplyServiceSettings": False, "TrackIndex": 1, "Track1Bitrate": 160},
         })
@@ -122,24 +111,21 @@ class HostFolder:
             write_ini(vertical, {"VerticalCanvas": profile.vertical, "Resilience": {"enabled": profile.resilient}})
 
     def add_collection(self, name: str, scenes: Mapping[str, Sequence[Source]]) -> None:
-        """Adds a scene collection; its first scene is the one on air.
+        """Adds a scene collection; its first scene is the program scene.
 
-        Sources are written here, not created over the remote control, because the module looks
-        for the scenes when the host has loaded. The host itself often leaks or crashes at its
-        end over the sources of scenes that are off air, unless those scenes hang together with
-        the one on air: that is why it gets them as hidden items, neither seen nor heard.
+        Sources are written here, not created by requests, because the module looks for the scenes when the host has
+        loaded. The host often leaks or crashes at its end over the sources of other scenes than the program scene,
+        unless they hang together with it: therefore it gets them as hidden items, neither seen nor heard.
         """
-        on_air, *off_air = scenes
+        program, *others = scenes
         entries = {source.name: source.entry() for sources in scenes.values() for source in sources}
-        for scene in off_air:
-            entries[scene] = _scene_entry(scene, _items(scenes[scene]))
-        shown = {source.name for source in scenes[on_air]}
-        hidden = [_item(scene, shown=False) for scene in off_air if scene not in shown]
-        entries[on_air] = _scene_entry(on_air, _items(scenes[on_air]) + hidden)
+        entries |= {scene: _scene(scene, scenes[scene]) for scene in others}
+        shown = {source.name for source in scenes[program]}
+        entries[program] = _scene(program, scenes[program], [scene for scene in others if scene not in shown])
         folder = self.config / "basic" / "scenes"
         folder.mkdir(parents=True, exist_ok=True)
         (folder / f"{name}.json").write_text(json.dumps({
-            "name": name, "current_scene": on_air, "current_program_scene": on_air,
+            "name": name, "current_scene": program, "current_program_scene": program,
             "scene_order": [{"name": scene} for scene in scenes], "sources": list(entries.values())}))
 
     def save_vertical_scenes(self, sources: Mapping[str, str], active: str) -> None:
@@ -147,7 +133,7 @@ class HostFolder:
         keys: dict[str, object] = {"count": len(sources), "activescene": active}
         for index, (scene, source) in enumerate(sources.items()):
             keys |= {f"scene_{index}_name": scene, f"scene_{index}_source": source}
-        write_ini(self._plugin_config / MODULE / "settings-global.ini", {"Scenes": keys})
+        write_ini(self.module_config / "settings-global.ini", {"Scenes": keys})
 
     def install_module(self, module: Path) -> None:
         """Installs a build of the module by its own rule, then moves it to where a user's modules are."""
@@ -156,23 +142,20 @@ class HostFolder:
         subprocess.run(["cmake", "--install", str(self._build), "--prefix", str(prefix)], check=True,
                        stdout=subprocess.DEVNULL)
         binary, = prefix.glob(f"lib*/**/obs-plugins/{MODULE}.so")
-        self._plugin(MODULE, binary, prefix / "share/obs/obs-plugins" / MODULE)
-        shutil.rmtree(prefix)
+        self._install(binary)
+        shutil.copytree(prefix / "share/obs/obs-plugins" / MODULE, self._plugins / MODULE / "data", dirs_exist_ok=True)
 
     def install_driver(self) -> None:
         """The module through which the host is operated, of the same build as the installed module."""
-        self._plugin("livehost-driver", self._build / "tools/livehost/driver/livehost-driver.so")
+        self._install(self._build / "tools/livehost/driver/livehost-driver.so")
 
-    def _plugin(self, name: str, binary: Path, data: Path | None = None) -> None:
-        folder = self._plugins / name
-        shutil.rmtree(folder, ignore_errors=True)
-        (folder / "bin/64bit").mkdir(parents=True)
-        shutil.copy2(binary, folder / "bin/64bit")
-        if data:
-            shutil.copytree(data, folder / "data")
+    def _install(self, binary: Path) -> None:
+        folder = self._plugins / binary.stem / "bin/64bit"
+        folder.mkdir(parents=True, exist_ok=True)
+        shutil.copy2(binary, folder)
 
     def remember_choice(self, profile: str, collection: str) -> None:
-        """Skips the host's first-run wizard; a folder that has been used keeps its own choices."""
+        """Skips the host's first-run wizard; a used folder keeps its own choices."""
         if not (self.config / "user.ini").exists():
             write_ini(self.config / "user.ini", {
                 "General": {"FirstRun": True, "ConfirmOnExit": False, "EnableAutoUpdates": False},

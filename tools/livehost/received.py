@@ -4,6 +4,7 @@
 import json
 import re
 import subprocess
+from collections.abc import Collection
 from dataclasses import dataclass
 from fractions import Fraction
 from functools import cached_property
@@ -12,10 +13,11 @@ from typing import Any
 
 import numpy as np
 
-AAC_FRAME_SAMPLES = 1024
+_AAC_FRAME_SAMPLES = 1024
+_HEARD_DB, _SILENT_DB = -30, -60
 _PACKET_FIELDS = "stream_index,pts,dts,size,pos"
-_STREAM_FIELDS = ("index,codec_type,codec_name,profile,width,height,has_b_frames,avg_frame_rate,time_base,"
-                  "sample_rate,channels,channel_layout")
+_STREAM_FIELDS = ("index,codec_type,codec_name,profile,width,height,has_b_frames,time_base,sample_rate,channels,"
+                  "channel_layout")
 
 
 def _output(*command: str) -> bytes:
@@ -39,15 +41,6 @@ class Track:
         return np.array([packet["pts"] for packet in self.packets], dtype=np.int64)
 
     @property
-    def size_bytes(self) -> int:
-        return sum(int(packet["size"]) for packet in self.packets)
-
-    @property
-    def position(self) -> int:
-        """Where in the file the track's first packet begins."""
-        return int(self.packets[0]["pos"])
-
-    @property
     def first_seconds(self) -> float:
         return float(self.pts[0] * Fraction(self.facts["time_base"]))
 
@@ -57,15 +50,11 @@ class Track:
         return float((self.dts[-1] - self.dts[0]) * Fraction(self.facts["time_base"]))
 
     @property
-    def packet_seconds(self) -> float:
-        """The nominal length of one packet: containers do not all store it."""
-        if self.facts["codec_type"] == "audio":
-            return AAC_FRAME_SAMPLES / int(self.facts["sample_rate"])
-        return self.span_seconds / max(len(self.packets) - 1, 1)
-
-    @property
     def seconds(self) -> float:
-        return self.span_seconds + self.packet_seconds
+        """With a nominal last packet: containers do not all store its length."""
+        if self.facts["codec_type"] == "audio":
+            return self.span_seconds + _AAC_FRAME_SAMPLES / int(self.facts["sample_rate"])
+        return self.span_seconds + self.span_seconds / max(len(self.packets) - 1, 1)
 
     @property
     def packets_per_second(self) -> float:
@@ -73,11 +62,7 @@ class Track:
 
     @property
     def bitrate_kbps(self) -> float:
-        return self.size_bytes * 8 / self.seconds / 1000
-
-    @property
-    def dts_strictly_grow(self) -> bool:
-        return bool(np.all(np.diff(self.dts) > 0))
+        return sum(int(packet["size"]) for packet in self.packets) * 8 / self.seconds / 1000
 
 
 class Received:
@@ -87,10 +72,8 @@ class Received:
         self.path = path
         answer = json.loads(_output("ffprobe", "-v", "error", "-show_entries",
                                     f"packet={_PACKET_FIELDS}:stream={_STREAM_FIELDS}", "-of", "json", str(path)))
-        tracks = []
-        for stream in answer["streams"]:
-            packets = [packet for packet in answer["packets"] if packet["stream_index"] == stream["index"]]
-            tracks.append(Track(stream, packets))
+        tracks = [Track(stream, [packet for packet in answer["packets"] if packet["stream_index"] == stream["index"]])
+                  for stream in answer["streams"]]
         self.videos = [track for track in tracks if track.facts["codec_type"] == "video" and track.packets]
         self.audios = [track for track in tracks if track.facts["codec_type"] == "audio" and track.packets]
 
@@ -104,12 +87,15 @@ class Received:
                        "-map", "0:v:0", "-frames:v", "1", "-f", "rawvideo", "-pix_fmt", "rgb24", "-")
         return np.frombuffer(data, np.uint8).reshape(self.video.facts["height"], self.video.facts["width"], 3)
 
-    def level_db(self, track: int) -> float:
-        """The mean level of an audio track in dB relative to full scale; silence is -91."""
-        answer = subprocess.run(
-            ["ffmpeg", "-v", "info", "-nostdin", "-i", str(self.path), "-map", f"0:a:{track}",
-             "-af", "volumedetect", "-f", "null", "-"], capture_output=True, text=True, check=True, timeout=300)
-        return float(re.search(r"mean_volume: (-?[\d.]+) dB", answer.stderr).group(1))
+    def tones_hz(self, track: int, candidates: Collection[int]) -> set[int]:
+        """Those of the tones that are heard on an audio track; -1 for one that is neither loud nor silent."""
+        data = _output("ffmpeg", "-v", "error", "-nostdin", "-i", str(self.path), "-map", f"0:a:{track}", "-ac", "1",
+                       "-ar", "48000", "-f", "f32le", "-")
+        samples = np.frombuffer(data, np.float32)[24000:]
+        spectrum = np.abs(np.fft.rfft(samples * np.hanning(len(samples)))) * 4 / len(samples)
+        frequencies = np.fft.rfftfreq(len(samples), 1 / 48000)
+        levels = {tone: 20 * np.log10(spectrum[abs(frequencies - tone) < 20].max() + 1e-9) for tone in candidates}
+        return {tone if level > _HEARD_DB else -1 for tone, level in levels.items() if level > _SILENT_DB}
 
     def first_nal_types(self) -> list[int]:
         """The H.264 NAL unit types of the first access unit of an Annex B stream, in order."""

@@ -1,54 +1,35 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""Real receivers on the loopback that keep what they get byte for byte."""
+"""Real servers on the loopback that keep what they receive byte for byte."""
 
 import re
 import socket
 import subprocess
 from pathlib import Path
-from typing import Self
+from typing import IO, Self
 
-from .sockets import free_port, tcp_clients, tcp_listens, udp_bound
 from .waiting import end_child, wait_until
 
-_NGINX_CONFIG = """\
-load_module {modules}/ngx_rtmp_module.so;
-daemon off;
-master_process off;
-pid {folder}/nginx.pid;
-error_log {folder}/nginx.log info;
-events {{ worker_connections 64; }}
-rtmp {{
-  access_log off;
-  server {{
-    listen 127.0.0.1:{port};
-    chunk_size 4096;
-    application live {{
-      live on;
-      record {record};
-      record_path {folder};
-      {application}
-    }}
-  }}
-}}
-"""
+
+def free_port(kind: socket.SocketKind = socket.SOCK_STREAM) -> int:
+    """A port that is free now; the network may be shared with the whole machine."""
+    with socket.socket(socket.AF_INET, kind) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
 
 
-def _module_folder() -> str:
-    answer = subprocess.run(["nginx", "-V"], capture_output=True, text=True, check=True).stderr
-    found = re.search(r"--modules-path=(\S+)", answer)
-    return found.group(1) if found else "/usr/lib/nginx/modules"
+def _sockets(port: int, *options: str) -> int:
+    """Counts the local sockets. A connection as a probe would be taken for a caller."""
+    command = ["ss", "-Hn", *options, f"sport = :{port}"]
+    return len(subprocess.run(command, capture_output=True, check=True).stdout.splitlines())
 
 
-class RtmpServer:
-    """nginx with its RTMP module; each stream key is recorded into the folder as KEY.flv, where
-    `record` says so. `application` is further lines for the application "live"."""
+class _Server:
+    """A server process on a port; may be started again after it has ended."""
 
-    def __init__(self, folder: Path, application: str = "", record: str = "all") -> None:
+    def __init__(self, folder: Path, kind: socket.SocketKind) -> None:
+        folder.mkdir(parents=True, exist_ok=True)
         self.folder = folder
-        self._record = record
-        self._application = application
-        self.port = free_port()
-        self.url = f"rtmp://127.0.0.1:{self.port}/live"
+        self.port = free_port(kind)
         self._process: subprocess.Popen | None = None
 
     def __enter__(self) -> Self:
@@ -59,69 +40,75 @@ class RtmpServer:
         self.stop()
 
     def start(self) -> None:
-        """Starts the server, or starts it again on the same port."""
-        self.folder.mkdir(parents=True, exist_ok=True)
-        config = self.folder / "nginx.conf"
-        config.write_text(_NGINX_CONFIG.format(modules=_module_folder(), folder=self.folder, port=self.port,
-                                               record=self._record, application=self._application))
-        log = str(self.folder / "nginx.log")
-        self._process = subprocess.Popen(["nginx", "-e", log, "-p", str(self.folder), "-c", str(config)])
-        wait_until(lambda: self._process.poll() is not None or tcp_listens(self.port), 20, "RTMP server ready")
-        if self._process.poll() is not None:
-            raise RuntimeError(f"the RTMP server did not start, see {log}")
+        """Does nothing while it runs."""
+        if not self._process or self._process.poll() is not None:
+            self._start()
 
     def stop(self) -> None:
         if self._process:
             end_child(self._process)
-            self._process = None
 
-    def recording(self, key: str) -> Path:
-        return self.folder / f"{key}.flv"
+    def kill(self) -> None:
+        self._process.kill()
+        self._process.wait()
 
-    def wait_idle(self, seconds: float = 20) -> None:
-        """Waits until nobody is connected: every recording is then complete."""
-        wait_until(lambda: tcp_clients(self.port) == 0, seconds, "RTMP server idle")
+    def _run(self, command: list[str], listening: str, output: IO[bytes] | None = None) -> None:
+        self._process = subprocess.Popen(command, stdout=output)
+        wait_until(lambda: self._process.poll() is not None or _sockets(self.port, listening), 20,
+                   f"{command[0]} ready")
+        if self._process.poll() is not None:
+            raise RuntimeError(f"{command[0]} did not start, see {self.folder}")
 
 
-class SrtListener:
-    """Takes one SRT call and stores its bytes unchanged; `start` again for a further call.
-
-    The bytes are not remuxed: a muxer would renumber timestamps and add delimiters by itself,
-    and so repair the very faults that are looked for.
-    """
+class RtmpServer(_Server):
+    """nginx with its RTMP module."""
 
     def __init__(self, folder: Path) -> None:
-        self.folder = folder
-        self.port = free_port(socket.SOCK_DGRAM)
+        super().__init__(folder, socket.SOCK_STREAM)
+        self.url = f"rtmp://127.0.0.1:{self.port}/live"
+
+    def _start(self) -> None:
+        built = subprocess.run(["nginx", "-V"], capture_output=True, text=True, check=True).stderr
+        modules = re.search(r"--modules-path=(\S+)", built)
+        values = {"MODULE": f"{modules[1] if modules else '/usr/lib/nginx/modules'}/ngx_rtmp_module.so",
+                  "PORT": str(self.port), "FOLDER": str(self.folder)}
+        template = Path(__file__).with_name("nginx.conf").read_text()
+        config = self.folder / "nginx.conf"
+        config.write_text(re.sub("@([A-Z]+)@", lambda name: values[name[1]], template))
+        self._run(["nginx", "-e", str(self.folder / "error.log"), "-p", str(self.folder), "-c", str(config)], "-tl")
+
+    def recordings(self, key: str) -> list[Path]:
+        """Oldest first."""
+        return sorted(self.folder.glob(f"{key}-*.flv"))
+
+    def recording(self, key: str) -> Path:
+        """The newest; complete when the server is idle."""
+        self.wait_idle()
+        return self.recordings(key)[-1]
+
+    def wait_idle(self) -> None:
+        states = "state", "established", "state", "close-wait"
+        wait_until(lambda: not _sockets(self.port, "-t", *states), 20, "RTMP server idle")
+
+
+class SrtListener(_Server):
+    """Takes a call, or with `reconnect` one after the other, and stores the bytes unchanged: a muxer would renumber
+    timestamps and add delimiters, and so repair the very faults that are looked for. By default SRT waits for packets
+    that a busy machine delays, instead of leaving them out."""
+
+    def __init__(self, folder: Path, options: str = "&tlpktdrop=no", reconnect: bool = False) -> None:
+        super().__init__(folder, socket.SOCK_DGRAM)
         self.url = f"srt://127.0.0.1:{self.port}"
-        self.calls: list[Path] = []
-        self._process: subprocess.Popen | None = None
+        self.recordings: list[Path] = []
+        self._command = ["srt-live-transmit", "-q", "-a", "yes" if reconnect else "no",
+                         f"{self.url}?mode=listener{options}", "file://con"]
 
-    def __enter__(self) -> Self:
-        self.start()
-        return self
+    def _start(self) -> None:
+        self.recordings.append(self.folder / f"{len(self.recordings)}.ts")
+        with self.recordings[-1].open("wb") as output:
+            self._run(self._command, "-ul", output)
 
-    def __exit__(self, *_: object) -> None:
-        self.stop()
-
-    def start(self) -> Path:
-        """Waits for a caller from now on; returns the file that its stream goes to."""
-        self.stop()
-        self.folder.mkdir(parents=True, exist_ok=True)
-        self.calls.append(self.folder / f"call-{len(self.calls)}.ts")
-        command = ["ffmpeg", "-v", "error", "-nostdin", "-f", "data", "-i", f"{self.url}?mode=listener",
-                   "-map", "0", "-c", "copy", "-flush_packets", "1", "-f", "data", str(self.calls[-1])]
-        with (self.folder / "srt.log").open("ab") as log:
-            self._process = subprocess.Popen(command, stdout=log, stderr=log)
-        wait_until(lambda: udp_bound(self.port), 20, "SRT listener ready")
-        return self.calls[-1]
-
-    def wait_hung_up(self, seconds: float = 20) -> Path:
-        """Waits until the caller has hung up and the file is complete."""
-        wait_until(lambda: self._process.poll() is not None, seconds, "SRT caller hung up")
-        return self.calls[-1]
-
-    def stop(self) -> None:
-        if self._process:
-            end_child(self._process)
-            self._process = None
+    def recording(self) -> Path:
+        """That of the one call, complete once the caller has hung up."""
+        wait_until(lambda: self._process.poll() is not None, 20, "SRT caller hung up")
+        return self.recordings[-1]

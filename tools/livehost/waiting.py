@@ -4,8 +4,9 @@
 import signal
 import subprocess
 import time
-from collections.abc import Callable
-from typing import TypeVar
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
+from typing import Any, TypeVar
 
 Result = TypeVar("Result")
 
@@ -39,3 +40,13 @@ def end_child(process: subprocess.Popen, seconds: float = 10, request: signal.Si
         process.kill()
         process.wait()
         return False
+
+
+@contextmanager
+def running(*command: str, **options: Any) -> Iterator[subprocess.Popen]:
+    """A child process for the length of the block."""
+    with subprocess.Popen(command, **options) as process:
+        try:
+            yield process
+        finally:
+            end_child(process)

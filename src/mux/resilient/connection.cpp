@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "mux/resilient/connection.hpp"
 
-#include "mux/connection.hpp"
 #include "mux/resilient/stream_timeouts.hpp"
 
 #include <algorithm>
@@ -11,7 +10,7 @@ namespace corvane {
 
 namespace {
 
-// How long the muxer waits for a packet of every track, in FFmpeg's microseconds.
+// How long the muxer waits for a packet of every track.
 constexpr int64_t kMaxInterleaveDeltaUs = 1'000'000;
 
 } // namespace
@@ -33,15 +32,12 @@ std::optional<StreamError> Connection::open() {
     const LogRedaction::Scope scope(redaction_);
     AVFormatContext &context = *muxer_.context;
     Dictionary options = connection_options(url_);
-    if (const int error = open_connection(context, url_, options)) {
-        return StreamError{.call = "avio_open2", .code = error, .message = kConnectFailed};
+    std::optional<StreamError> error = open_connection(context, url_, options);
+    if (!error) {
+        error = write_header(context, options);
     }
-    if (const int error = avformat_write_header(&context, options.get()); error < 0) {
-        return StreamError{
-            .call = "avformat_write_header", .code = error, .message = kWriteHeaderFailed};
-    }
-    open_ = true;
-    return std::nullopt;
+    header_written_ = !error;
+    return error;
 }
 
 int Connection::write(AVPacket &packet) {
@@ -65,7 +61,7 @@ void Connection::close() {
     }
     const LogRedaction::Scope scope(redaction_);
     interrupt_.set_deadline(stream_timeouts.close);
-    if (open_ && error() == 0) {
+    if (header_written_ && error() == 0) {
         av_write_trailer(muxer_.context.get());
     }
     close_connection(*muxer_.context);

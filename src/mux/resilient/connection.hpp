@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-#include "mux/muxer.hpp"
+#include "mux/common/muxer.hpp"
+#include "mux/common/stream_error.hpp"
+#include "mux/common/stream_url.hpp"
 #include "mux/resilient/interrupt.hpp"
 #include "mux/resilient/log_redaction.hpp"
-#include "mux/stream_error.hpp"
-#include "mux/stream_url.hpp"
 
 #include <atomic>
 #include <cstdint>
@@ -13,9 +13,9 @@
 
 namespace corvane {
 
-// One connection of a stream, from opening to closing, each blocking call with a deadline. Shared
-// with the threads that open and close it and that may be abandoned. One thread at a time, except
-// for interrupt() and is_open(). Keeps the stream's secrets out of FFmpeg's log lines.
+// One connection of a stream. Each blocking call has a deadline. Shared with the threads that open
+// and close it, which may be abandoned. Only interrupt() and header_written() are thread-safe.
+// Keeps the stream's secrets out of FFmpeg's log lines.
 class Connection {
 public:
     Connection(Muxer muxer, StreamUrl url);
@@ -26,14 +26,15 @@ public:
     // Connects and writes the container's header.
     std::optional<StreamError> open();
 
-    // Whether the container's header was written.
-    bool is_open() const { return open_; }
+    // Whether open() succeeded; stays true after close().
+    bool header_written() const { return header_written_; }
 
-    // Takes the packet's payload and sends it, at once or with a later packet. A negative result is
-    // FFmpeg's error code for this packet alone as long as error() is 0.
+    // Takes over the packet's payload and sends it now or with a later packet. A negative result is
+    // FFmpeg's error code; it concerns this packet only as long as error() is 0.
     int write(AVPacket &packet);
 
     // The error code that ended the connection, 0 while it lasts. FFmpeg sends nothing after it.
+    // Only after a successful open() and not after close().
     int error() const;
 
     // Writes the trailer if still connected, then closes.
@@ -51,7 +52,7 @@ private:
     const StreamUrl url_;
     const LogRedaction redaction_;
     Interrupt interrupt_;
-    std::atomic<bool> open_ = false;
+    std::atomic<bool> header_written_ = false;
 };
 
 } // namespace corvane

@@ -13,22 +13,26 @@ extern "C" {
 
 namespace corvane {
 
-// Ends FFmpeg's blocking network calls when their own deadline or that of the whole stream has
-// passed. FFmpeg polls it several times a second. Thread-safe.
+// Ends FFmpeg's blocking network calls when their deadline or the final one has passed. FFmpeg
+// polls it several times a second. Thread-safe.
 class Interrupt {
 public:
     using Duration = std::chrono::microseconds;
 
     // Sets the deadline for the next blocking calls.
-    void set_deadline(Duration time) { call_deadline_us_ = av_gettime_relative() + time.count(); }
+    void set_deadline(Duration from_now) {
+        call_deadline_us_ = av_gettime_relative() + from_now.count();
+    }
 
-    // Sets the deadline for all calls from now on; an earlier one stays.
-    void set_final_deadline(Duration time) {
-        end_deadline_us_ = std::min(end_deadline_us_.load(), av_gettime_relative() + time.count());
+    // Sets the deadline for all calls from now on; an earlier final deadline stays.
+    void set_final_deadline(Duration from_now) {
+        final_deadline_us_ =
+            std::min(final_deadline_us_.load(), av_gettime_relative() + from_now.count());
     }
 
     bool expired() const {
-        return av_gettime_relative() >= std::min(call_deadline_us_.load(), end_deadline_us_.load());
+        return av_gettime_relative() >=
+               std::min(call_deadline_us_.load(), final_deadline_us_.load());
     }
 
     // Valid as long as this object.
@@ -43,7 +47,7 @@ private:
     static constexpr int64_t kNever = INT64_MAX;
 
     std::atomic<int64_t> call_deadline_us_ = kNever;
-    std::atomic<int64_t> end_deadline_us_ = kNever;
+    std::atomic<int64_t> final_deadline_us_ = kNever;
 };
 
 } // namespace corvane

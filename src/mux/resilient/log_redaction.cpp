@@ -18,13 +18,12 @@ namespace corvane {
 namespace {
 
 constexpr std::string_view kRedacted = "***";
-// A line that ends with this much of a secret was cut inside it.
+// Shorter beginnings of a secret at the end of a line are not replaced.
 constexpr size_t kMinRedactedPrefix = 4;
 
-// Of the thread's Scope.
 struct ThreadState {
     const std::vector<std::string> *secrets = nullptr; // null outside a Scope
-    std::string line;                                  // FFmpeg has not finished it
+    std::string line;                                  // unfinished
     int line_level = AV_LOG_INFO;
     int print_prefix = 1;
     bool probed = false; // see is_installed()
@@ -44,7 +43,7 @@ int host_level(int level) {
     return LOG_INFO;
 }
 
-// Debug lines hold an address in parts; those about options show values as FFmpeg has decoded them.
+// Debug lines contain parts of the address; those about options contain decoded values.
 bool may_hold_parts(int level, std::string_view format) {
     return level > AV_LOG_INFO || format.starts_with("Query string option") ||
            format.starts_with("Unable to parse");
@@ -71,8 +70,8 @@ void write_line() {
     state.line.clear();
 }
 
-// FFmpeg writes some lines in pieces; a newline ends them. A piece that does not fit could end
-// inside a secret.
+// FFmpeg writes some lines in pieces, the last with a newline. A piece that does not fit is
+// dropped, since it could end inside a secret.
 void add_piece(void *context, int level, const char *format, va_list arguments) {
     char piece[2048];
     const int length = av_log_format_line2(context, level, format, arguments, piece,
@@ -99,14 +98,14 @@ void on_line(void *context, int level, const char *format, va_list arguments) no
     }
 }
 
-// FFmpeg does not tell its callback: whether a line comes to ours says it.
+// FFmpeg has no function to ask for its callback; see whether a line reaches ours.
 bool is_installed() {
     state.probed = false;
     av_log(nullptr, AV_LOG_TRACE, "%s", "");
     return state.probed;
 }
 
-// FFmpeg cuts what a server says, maybe in the middle of a secret.
+// FFmpeg truncates texts from the server, possibly inside a secret.
 void redact_prefix(std::string &shown, std::string_view secret) {
     for (size_t size = std::min(secret.size(), shown.size()); size >= kMinRedactedPrefix; --size) {
         if (shown.ends_with(secret.substr(0, size))) {

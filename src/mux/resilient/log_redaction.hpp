@@ -10,14 +10,14 @@ namespace corvane {
 // The text with each of the secrets replaced by "***".
 std::string redact(std::string_view text, const std::vector<std::string> &secrets);
 
-// Keeps secrets out of FFmpeg's log lines. A thread's lines are redacted while it has a Scope: the
-// secrets are replaced, and lines that can hold parts of them are left out. What remains goes to
-// the host's log.
+// Keeps secrets out of FFmpeg's log lines. A thread's lines are redacted while it has a Scope:
+// secrets are replaced, and lines that may contain parts of them are dropped. The rest goes to the
+// host's log.
 //
-// FFmpeg has one log callback in a process. Other code sets its own now and then, so each Scope
-// sets ours anew; other threads' lines go to FFmpeg's default callback and, as from the host's own
-// outputs, to the host's debug log. The last LogRedaction puts FFmpeg's default back, unless
-// somebody else has replaced ours.
+// FFmpeg has one log callback per process. Other code may replace it, so each Scope sets ours
+// again; other threads' lines go to FFmpeg's default callback and, as from the host's own outputs,
+// to the host's debug log. The last LogRedaction restores FFmpeg's default, unless ours has been
+// replaced.
 class LogRedaction {
 public:
     explicit LogRedaction(std::vector<std::string> secrets);
@@ -25,11 +25,11 @@ public:
     LogRedaction(const LogRedaction &) = delete;
     LogRedaction &operator=(const LogRedaction &) = delete;
 
-    // On one thread at a time; not nested.
+    // For the current thread; not nested.
     class Scope {
     public:
         explicit Scope(const LogRedaction &redaction);
-        ~Scope(); // writes a line that FFmpeg has not finished
+        ~Scope(); // writes an unfinished line
         Scope(const Scope &) = delete;
         Scope &operator=(const Scope &) = delete;
     };

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "mux/resilient/packet_sender.hpp"
 
-#include "mux/timestamps.hpp"
+#include "mux/common/timestamps.hpp"
 
 #include <string>
 #include <utility>
@@ -10,8 +10,8 @@ namespace corvane {
 
 namespace {
 
-// FLV has 24 bits for a tag's size. FFmpeg notices only after it has written the tag's beginning,
-// and then the server understands nothing more.
+// FLV stores a tag's size in 24 bits. FFmpeg checks it only after writing the beginning of the tag,
+// which breaks the stream.
 constexpr size_t kMaxPayload = (1U << 24U) - 1024;
 
 EncodedPacket origin_at(const EncodedPacket &keyframe) {
@@ -42,13 +42,12 @@ std::chrono::steady_clock::duration PacketSender::sending_time() const {
     return origin_ ? Clock::now() - begun_at_ : Clock::duration::zero();
 }
 
-// Audio from before the first keyframe has no place in the stream. A clock that jumps back later is
-// the packet path's matter.
+// Drops audio from before the first keyframe. PacketPath handles timestamps that jump back later.
 void PacketSender::send(const encoder_packet &packet) {
     const bool video = packet.type == OBS_ENCODER_VIDEO;
     EncodedPacket encoded(packet);
-    // libobs counts in units of 1/denominator: the numerator, which is not 1 with frame rates such
-    // as 30000/1001 and with a divided one, is in the timestamps already.
+    // libobs's timestamps are in units of 1/denominator: the numerator, which is not 1 with frame
+    // rates such as 30000/1001 or a divided one, is already part of them.
     encoded.time_base.num = 1;
     if (encoded.payload.size() > kMaxPayload) {
         on_dropped_(video, "too large");
@@ -69,14 +68,15 @@ void PacketSender::send(const encoder_packet &packet) {
         audio_begun_.set(packet.track_idx % kAudioSlots);
     }
     const Muxer &muxer = connection_.muxer();
-    const char *failure = video ? path_.process_video_packet(muxer, encoded)
-                                : path_.process_audio_packet(muxer, packet.track_idx, encoded);
-    if (failure) {
-        on_dropped_(video, failure);
+    const std::optional<StreamError> error =
+        video ? path_.process_video_packet(muxer, encoded)
+              : path_.process_audio_packet(muxer, packet.track_idx, encoded);
+    if (error) {
+        on_dropped_(video, error->message);
     }
 }
 
-// An error that does not cost the connection costs the packet.
+// An error that leaves the connection open loses the packet.
 bool PacketSender::write(PacketHandle packet) {
     const bool video = packet->stream_index == connection_.muxer().video->index;
     const int result = connection_.write(*packet);

@@ -7,11 +7,11 @@
 namespace corvane {
 
 ResilientOutput::ResilientOutput(obs_data_t *settings, obs_output_t *output)
-    : output_(output) {
+    : StreamOutput(output) {
     settings_.read(settings);
     proc_handler_add(obs_output_get_proc_handler(output_),
         "void connection_state(out string phase, out int failures, out string reason)",
-        report_state, this);
+        connection_state, this);
 }
 
 ResilientOutput::~ResilientOutput() {
@@ -21,8 +21,8 @@ ResilientOutput::~ResilientOutput() {
     end_thread();
 }
 
-// libobs has been told of the end by now, or it would not start or destroy. A handler of "stop"
-// that does either runs on the thread itself, which then uses nothing of this object any more.
+// libobs starts and destroys an output only after the session has reported its end. A "stop"
+// handler that does so runs on the session's thread, which no longer uses this object then.
 void ResilientOutput::end_thread() {
     if (thread_.get_id() == std::this_thread::get_id()) {
         thread_.detach();
@@ -42,10 +42,10 @@ bool ResilientOutput::start() {
     }
     end_thread();
     if (settings().url.url.empty()) {
-        obs_output_set_last_error(output_, "Missing RTMP server/key");
+        obs_output_set_last_error(output_, kMissingUrl);
         return false;
     }
-    if (!prepare_capture(output_)) {
+    if (!prepare_capture()) {
         return false;
     }
     const auto begun = std::make_shared<StreamSession>(output_, [this] { return settings(); });
@@ -60,50 +60,35 @@ bool ResilientOutput::start() {
 }
 
 void ResilientOutput::stop(bool forced) {
-    const auto present = session();
-    if (present && present->stop(forced) && !obs_output_active(output_)) {
-        // libobs has taken the output out of service between its decision to stop it and this call,
-        // and now waits for an end that came before.
+    const auto current = session();
+    if (current && current->stop(forced) && !obs_output_active(output_)) {
+        // The stream ended between libobs's decision to stop it and this call, and libobs still
+        // waits for an end.
         obs_output_end_data_capture(output_);
     }
 }
 
 void ResilientOutput::encoded_packet(const encoder_packet *packet) {
-    const auto present = session();
-    if (!present) {
+    const auto current = session();
+    if (!current) {
         return;
     }
     if (packet) {
-        present->push(*packet);
+        current->push(*packet);
     } else {
-        present->encoder_failed();
+        current->encoder_failed();
     }
 }
 
-void ResilientOutput::fail() {
-    if (const auto present = session()) {
-        present->end(OBS_OUTPUT_ERROR);
+void ResilientOutput::end_with_error() {
+    if (const auto current = session()) {
+        current->end(OBS_OUTPUT_ERROR);
     }
 }
 
-uint64_t ResilientOutput::total_bytes() const {
-    const auto present = session();
-    return present ? present->bytes() : 0;
-}
-
-int ResilientOutput::dropped_frames() const {
-    const auto present = session();
-    return present ? present->dropped_frames() : 0;
-}
-
-float ResilientOutput::congestion() const {
-    const auto present = session();
-    return present ? present->congestion() : 0;
-}
-
-int ResilientOutput::connect_time_ms() const {
-    const auto present = session();
-    return present ? present->connect_time_ms() : 0;
+StreamOutput::Statistics ResilientOutput::statistics() const {
+    const auto current = session();
+    return current ? current->statistics() : Statistics{};
 }
 
 std::shared_ptr<StreamSession> ResilientOutput::session() const {
@@ -116,16 +101,11 @@ StreamSettings ResilientOutput::settings() const {
     return settings_;
 }
 
-// libobs calls it from C: without memory the answer stays empty.
-void ResilientOutput::report_state(void *data, calldata_t *answer) {
+// libobs is C: without memory the answer stays empty.
+void ResilientOutput::connection_state(void *data, calldata_t *answer) {
     try {
-        StreamSession::Report report{.phase = "stopped", .failures = 0, .reason = {}};
-        if (const auto present = static_cast<const ResilientOutput *>(data)->session()) {
-            report = present->report();
-        }
-        calldata_set_string(answer, "phase", report.phase);
-        calldata_set_int(answer, "failures", report.failures);
-        calldata_set_string(answer, "reason", report.reason.c_str());
+        const auto current = static_cast<const ResilientOutput *>(data)->session();
+        (current ? current->connection_state() : ConnectionState{}).write_to(answer);
     } catch (const std::exception &) {
         calldata_clear(answer);
     }

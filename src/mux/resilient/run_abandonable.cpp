@@ -35,8 +35,8 @@ Abandoned &abandoned() {
     return *all;
 }
 
-// After the end of the process has begun, libobs, the host and static objects are gone or going:
-// whatever an abandoned thread did next could crash.
+// While the process ends, libobs, the host and static objects are destroyed: whatever an abandoned
+// thread did next could crash.
 void finish(Call &call, std::function<void()> &work) {
     Abandoned &all = abandoned();
     std::unique_lock lock(all.mutex);

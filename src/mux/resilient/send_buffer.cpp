@@ -132,8 +132,8 @@ void SendBuffer::make_room(Clock::time_point now) {
     }
 }
 
-// Keeps video from the first keyframe after the oldest video packet on. Without one all video goes,
-// and so does what arrives until the next keyframe.
+// Drops video up to the first keyframe after the oldest video packet. Without such a keyframe all
+// video is dropped, including what arrives before the next one.
 void SendBuffer::drop_to_next_keyframe(const std::deque<Entry>::iterator &oldest_video) {
     const auto keyframe = std::find_if(std::next(oldest_video), packets_.end(),
         [](const Entry &entry) { return entry.is_video() && entry.packet->keyframe; });

@@ -23,11 +23,11 @@ struct ReleaseEncoderPacket {
 using SharedPacket = std::unique_ptr<encoder_packet, ReleaseEncoderPacket>;
 
 // The packets between the encoders and the network. No video packet waits longer than kMaxWait, and
-// all packets together never exceed kMaxBytes. Beyond that video goes first, from the oldest packet
-// to the next keyframe, so that what remains can be decoded; audio goes only when no video is left,
-// or a second after the video of its time.
+// all packets together never exceed kMaxBytes. Beyond that video is dropped first, from the oldest
+// packet to the next keyframe, so that the rest can be decoded; audio is dropped only when no video
+// is left, or after kMaxAudioWait.
 //
-// Waiting time counts from arrival, whatever timestamps the packets carry. Thread-safe.
+// Waiting time counts from arrival, not by timestamps. Thread-safe.
 class SendBuffer {
 public:
     using Clock = std::chrono::steady_clock;
@@ -38,29 +38,28 @@ public:
     // Empties the buffer, refuses packets from now on and wakes all waiters.
     void close();
 
-    // Without a connection: empties the buffer; video is counted as dropped but not kept.
+    // While there is no connection: empties the buffer and drops what is pushed.
     void pause();
 
-    // Takes packets again, video from the next keyframe on.
+    // Accepts packets again, video from the next keyframe on.
     void resume();
 
-    // Never blocks. An empty video packet counts as dropped. False while closed or paused.
+    // Does not block. An empty video packet counts as dropped. False while closed or paused.
     bool push(const encoder_packet &packet, Clock::time_point now = Clock::now());
 
-    // Whether any packet has been taken so far.
+    // Whether any packet has been accepted.
     bool has_received() const;
 
-    // Waits for a packet; null when there is none in time or the buffer is closed.
+    // Waits for a packet; null at the deadline or when the buffer is closed.
     SharedPacket wait_pop(Clock::time_point deadline);
 
-    // Waits until a packet has been taken since the last such call, or for the deadline; false when
-    // closed.
+    // Waits for the first packet since the last such call, or for the deadline; false when closed.
     bool wait_for_more(Clock::time_point deadline);
 
-    // Video packets that will not be sent.
+    // Video packets dropped so far, while paused included.
     uint64_t dropped_frames() const;
 
-    // Audio packets that were taken and dropped for want of room.
+    // Audio packets dropped for lack of room.
     uint64_t dropped_audio() const;
 
     // How full the buffer is, 0 to 1.
@@ -90,7 +89,7 @@ private:
     uint64_t dropped_audio_ = 0;
     bool closed_ = false;
     bool paused_ = false;
-    bool needs_keyframe_ = false; // the rest of a group without its keyframe cannot be decoded
+    bool needs_keyframe_ = false; // video before the next one cannot be decoded
 };
 
 } // namespace corvane

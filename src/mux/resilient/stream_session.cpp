@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The session's state, shared between the network thread and libobs's threads.
+// State shared between the network thread and libobs's threads.
 #include "mux/resilient/stream_session.hpp"
 
 #include "base/log.hpp"
@@ -15,10 +15,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// For the trailer and a clean close, so that a stop takes less than a second.
+// Time for the trailer and a clean close, so that a stop takes less than a second.
 constexpr auto kCloseOnEnd = 500ms;
 constexpr auto kLogInterval = 1s;
-// A failure that libobs reports later than this after the stop is told by a second "stop".
+// libobs reports an encoder failure shortly after the stop it triggers; wait this long for it. A
+// later one causes a second "stop" signal.
 constexpr auto kEncoderFailureGap = 300ms;
 
 } // namespace
@@ -61,7 +62,8 @@ void StreamSession::end(int code) {
     phase_ = Phase::kEnding;
     end_code_ = code;
     if (connection_) {
-        connection_->interrupt().set_final_deadline(connection_->is_open() ? kCloseOnEnd : 0ms);
+        connection_->interrupt().set_final_deadline(
+            connection_->header_written() ? kCloseOnEnd : 0ms);
     }
     buffer_.close();
     changed_.notify_all();
@@ -85,14 +87,14 @@ void StreamSession::encoder_failed() {
     end(OBS_OUTPUT_ENCODE_ERROR);
     std::unique_lock lock(mutex_);
     if (!forced_at_ || end_code_ != OBS_OUTPUT_SUCCESS) {
-        return; // told, or being told, or the stream ended with another error
+        return; // reported already, or the stream ended with another error
     }
     end_code_ = OBS_OUTPUT_ENCODE_ERROR;
     if (phase_ == Phase::kEnding) {
         changed_.notify_all();
         return;
     }
-    // Called with libobs's locks held: no longer than a handler of "stop" should take.
+    // Called with libobs's locks held, so not longer than "stop" handlers should take.
     changed_.wait_for(lock, 1s, [this] { return phase_ == Phase::kEnded; });
     lock.unlock();
     obs_output_signal_stop(output_, OBS_OUTPUT_ENCODE_ERROR);
@@ -109,28 +111,25 @@ bool StreamSession::wanted() const {
     return wanted_locked();
 }
 
-StreamSession::Report StreamSession::report() const {
-    const auto phase_name = [this] {
-        if (stalled_ && wanted_locked()) {
-            return "stalled";
-        }
-        switch (phase_) {
-        case Phase::kConnecting:
-            return "connecting";
-        case Phase::kConnected:
-            return "connected";
-        case Phase::kReconnecting:
-            return "reconnecting";
-        default:
-            return "stopped";
-        }
-    };
+ConnectionState StreamSession::connection_state() const {
+    using enum ConnectionState::Phase;
     const std::scoped_lock lock(mutex_);
-    return {.phase = phase_name(), .failures = wanted_locked() ? failures_ : 0, .reason = reason_};
+    ConnectionState state{.phase = kStopped, .failures = 0, .reason = reason_};
+    if (wanted_locked()) {
+        state.phase = stalled_                         ? kStalled
+                      : phase_ == Phase::kConnecting   ? kConnecting
+                      : phase_ == Phase::kReconnecting ? kReconnecting
+                                                       : kConnected;
+        state.failures = failures_;
+    }
+    return state;
 }
 
-int StreamSession::dropped_frames() const {
-    return static_cast<int>(buffer_.dropped_frames()) + bad_frames_;
+StreamOutput::Statistics StreamSession::statistics() const {
+    return {.total_bytes = bytes_,
+        .dropped_frames = static_cast<int>(buffer_.dropped_frames()) + bad_frames_,
+        .congestion = buffer_.fill(),
+        .connect_time_ms = connect_time_ms_};
 }
 
 void StreamSession::report_drops() {
@@ -164,8 +163,8 @@ void StreamSession::count_bad_packet(bool video, const char *reason) {
     }
 }
 
-// libobs takes no end before it has begun. The call may let another thread, or a handler of "stop"
-// on this one, destroy the output: nothing of the output is used after it.
+// libobs ignores an end before the capture has begun. After the call the output may be destroyed,
+// by another thread or by a "stop" handler on this one, and must not be used.
 void StreamSession::signal_end() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return capture_ != Capture::kBeginning; });
@@ -174,7 +173,7 @@ void StreamSession::signal_end() {
             [this] { return end_code_ != OBS_OUTPUT_SUCCESS; });
     }
     const int code = end_code_;
-    // A forced stop waits for an end, even of a capture that libobs refused to begin.
+    // A forced stop waits for an end even when libobs refused to begin the capture.
     const bool capturing = capture_ == Capture::kRunning || forced_at_;
     phase_ = Phase::kSignallingEnd;
     lock.unlock();

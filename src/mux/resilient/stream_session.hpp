@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include "mux/common/connection_state.hpp"
+#include "mux/common/stream_error.hpp"
+#include "mux/common/stream_output.hpp"
+#include "mux/common/stream_url.hpp"
 #include "mux/resilient/connection.hpp"
 #include "mux/resilient/send_buffer.hpp"
-#include "mux/stream_error.hpp"
-#include "mux/stream_settings.hpp"
 
 #include <obs.h>
 
@@ -20,52 +22,40 @@
 
 namespace corvane {
 
-// One stream from its start to its end: connects, sends, reconnects until the stream is to end, and
-// tells libobs of the end, once, however it came. All that on the thread that runs run(); libobs's
-// threads only fill the buffer. No lock is held around a call into libobs or FFmpeg that could
-// block or call back.
+// One stream from start to end: connects, sends, reconnects until it is stopped, and reports its
+// end to libobs once, whatever the reason. All on the thread of run(); libobs's threads only fill
+// the buffer. Calls no function of libobs or FFmpeg that may block or call back with the lock held.
 class StreamSession {
 public:
-    // How the stream stands, for the user.
-    struct Report {
-        const char *phase; // "connecting", "connected", "reconnecting", "stalled", "stopped"
-        uint32_t failures; // in a row
-        std::string reason;
-    };
-
-    // `settings` is asked before each connection, on the thread of run(). libobs's output outlives
-    // the session's last call into it.
+    // Calls `settings` before each connection, on the thread of run(). The output must outlive the
+    // session's last call to it.
     StreamSession(obs_output_t *output, std::function<StreamSettings()> settings);
     StreamSession(const StreamSession &) = delete;
     StreamSession &operator=(const StreamSession &) = delete;
 
-    // The network thread's body. Calls libobs with the end as the last thing it does.
+    // The network thread. Reports the end to libobs as the last thing it does.
     void run();
 
     // Everything below is thread-safe.
 
-    // libobs has begun the capture, or refused to. Until then it is told of no end.
+    // libobs has begun the capture, or refused to. No end is reported before.
     void capture_began(bool success);
 
-    // The first reason to end counts. Returns at once; the stream ends within a second.
+    // Does not block; the stream ends within a second. Only the first call counts.
     void end(int code);
 
-    // libobs wants the stream to end; `forced` as in StreamOutput::stop(). True when libobs has
-    // been told of an end already, or is being told.
+    // `forced` as in StreamOutput::stop(). True when the end has been reported to libobs, or is
+    // just being reported.
     bool stop(bool forced);
 
-    // libobs reports an encoder failure shortly after the forced stop that it causes.
+    // libobs reports an encoder failure shortly after the forced stop it triggers.
     void encoder_failed();
 
     void push(const encoder_packet &packet);
 
     bool wanted() const;
-    Report report() const;
-
-    uint64_t bytes() const { return bytes_; }
-    int dropped_frames() const;
-    float congestion() const { return buffer_.fill(); }
-    int connect_time_ms() const { return connect_time_ms_; }
+    ConnectionState connection_state() const;
+    StreamOutput::Statistics statistics() const;
 
 private:
     using Clock = SendBuffer::Clock;
@@ -113,8 +103,8 @@ private:
     Phase phase_ = Phase::kConnecting;
     int end_code_ = OBS_OUTPUT_SUCCESS;
     std::optional<Clock::time_point> forced_at_; // the first forced stop
-    bool stalled_ = false;                       // the encoders deliver nothing
-    uint32_t failures_ = 0;                      // in a row, without a stable connection
+    bool stalled_ = false;                       // no packets from the encoders
+    uint32_t failures_ = 0;                      // in a row
     std::string reason_;                         // of the last failure
 };
 

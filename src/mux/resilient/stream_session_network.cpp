@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// What the network thread does: connecting, sending, hanging up, reconnecting.
+// The network thread: connecting, sending, disconnecting, reconnecting.
 #include "base/log.hpp"
-#include "mux/connection.hpp"
+#include "mux/common/retry_delay.hpp"
 #include "mux/resilient/packet_sender.hpp"
 #include "mux/resilient/run_abandonable.hpp"
 #include "mux/resilient/stream_session.hpp"
 #include "mux/resilient/stream_timeouts.hpp"
-#include "mux/retry_delay.hpp"
 
 #include <system_error>
 #include <utility>
@@ -17,14 +16,14 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Encoders have headers with their first packets; a track without one by then stays out.
+// Encoders have headers with their first packets; a track without one by then is left out.
 constexpr std::chrono::milliseconds kAudioHeaderTimeout = 1s;
-// Some servers accept a stream and throw it out at once: a connection is stable once it has carried
-// video for this long.
+// Some servers accept a stream and close it at once: a connection is stable after sending video for
+// this long.
 constexpr auto kStableAfter = 2s;
 constexpr const char *kNothingToSend = "The encoders deliver nothing that could be sent";
 
-// FFmpeg's texts for these two are about files and programs.
+// FFmpeg's texts for AVERROR_EOF and AVERROR_EXIT are about files and programs.
 std::string reason_of(const StreamError &error) {
     switch (error.code) {
     case 0:
@@ -38,16 +37,10 @@ std::string reason_of(const StreamError &error) {
     }
 }
 
-// What build_muxer() failed with is the output's last error.
-StreamError build_error(OpenResult result, obs_output_t *output) {
-    const char *text = result == OpenResult::kFatal ? obs_output_get_last_error(output) : nullptr;
-    return {.call = "build_muxer", .code = 0, .message = text ? text : kNothingToSend};
-}
-
 } // namespace
 
-// Without a first connection there is no stream, and the user is told why. Later ones are retried
-// until the user stops.
+// The stream ends with an error if the first connection fails; later ones are retried until the
+// user stops.
 void StreamSession::run_stream() {
     bool was_connected = false;
     while (wanted()) {
@@ -80,7 +73,7 @@ std::optional<StreamError> StreamSession::connect() {
     return error;
 }
 
-// libobs hands out the first packet when every encoder has delivered one.
+// libobs passes on the first packet once every encoder has delivered one.
 std::optional<StreamError> StreamSession::wait_for_headers() {
     const auto begin = Clock::now();
     for (;;) {
@@ -96,18 +89,17 @@ std::optional<StreamError> StreamSession::wait_for_headers() {
             return StreamError{.message = kNothingToSend};
         }
         if (!buffer_.wait_for_more(deadline)) {
-            return std::nullopt; // the stream is to end
+            return std::nullopt; // the stream ends
         }
     }
 }
 
-// What nothing interrupts, a name lookup above all, is abandoned with its connection.
+// A call that cannot be interrupted, such as a name lookup, is abandoned with its connection.
 std::optional<StreamError> StreamSession::open_connection() {
     const StreamSettings settings = settings_();
     Muxer muxer;
-    if (const OpenResult result = build_muxer(output_, settings, muxer);
-        result != OpenResult::kOpened) {
-        return build_error(result, output_);
+    if (const auto error = build_muxer(output_, settings, muxer); error || !muxer.is_open()) {
+        return error.value_or(StreamError{.call = "build_muxer", .message = kNothingToSend});
     }
     const auto connection = std::make_shared<Connection>(std::move(muxer), settings.url);
     {
@@ -124,7 +116,7 @@ std::optional<StreamError> StreamSession::open_connection() {
     }
     const std::scoped_lock lock(mutex_);
     connection_.reset();
-    return StreamError{.call = "avio_open2", .code = AVERROR(ETIMEDOUT), .message = kConnectFailed};
+    return connect_error(AVERROR(ETIMEDOUT));
 }
 
 void StreamSession::not_connected(const StreamError &error) {
@@ -148,7 +140,7 @@ void StreamSession::not_connected(const StreamError &error) {
     } else {
         log_error("%s", reason.c_str());
     }
-    obs_output_set_last_error(output_, error.message.c_str());
+    obs_output_set_last_error(output_, error.message);
 }
 
 void StreamSession::send_until_lost() {
@@ -211,7 +203,7 @@ void StreamSession::set_stalled(bool stalled) {
 
 void StreamSession::connection_lost(bool stable) {
     const int code = connection_->error();
-    std::string reason = reason_of({.code = code, .message = {}});
+    std::string reason = reason_of({.code = code});
     log_warning("connection lost: %s (code %d), reconnecting", reason.c_str(), code);
     if (!stable) {
         reason += " right after it was made — check server URL and stream key";
@@ -225,7 +217,7 @@ void StreamSession::connection_lost(bool stable) {
     }
 }
 
-// libsrt takes a second to clear up after its last connection, which nothing interrupts: longer
+// libsrt needs a second to clean up after its last connection and cannot be interrupted: longer
 // than a stop may take.
 void StreamSession::disconnect() {
     buffer_.pause();
@@ -239,7 +231,7 @@ void StreamSession::disconnect() {
         run_abandonable([connection] { connection->close(); },
             [&] { return connection->interrupt().expired(); });
     } catch (const std::system_error &) {
-        connection->close(); // no thread to be had
+        connection->close(); // no thread available
     }
     const std::scoped_lock lock(mutex_);
     connection_.reset();

@@ -5,7 +5,7 @@
 
 namespace corvane {
 
-// How long a stream of the resilient type waits.
+// Time limits of the resilient type.
 struct StreamTimeouts {
     std::chrono::milliseconds connect{10'000};
     std::chrono::milliseconds write{10'000}; // for the network to take a packet
@@ -13,7 +13,7 @@ struct StreamTimeouts {
     std::chrono::milliseconds encoders{10'000}; // for their next packet
 };
 
-// Written by tests only, while no stream runs.
+// Only tests change them, while no stream runs.
 inline StreamTimeouts stream_timeouts;
 
 } // namespace corvane

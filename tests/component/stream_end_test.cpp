@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Streams that are ended at random moments, and one that runs for very long.
+#include "support/local_server.hpp"
+#include "support/scripted_stream.hpp"
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <random>
+#include <tuple>
+
+namespace corvane::test {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// With CVC_LONG set the tests repeat more, and the long stream is a day's.
+const bool long_run = qEnvironmentVariableIntValue("CVC_LONG") != 0;
+
+enum Moment { kConnecting, kStalled, kReconnecting, kWaitingForHeaders };
+
+using EndCase = std::tuple<const char *, LocalServer::Protocol, Moment>;
+
+class StreamEnd : public MuxFixture, public testing::WithParamInterface<EndCase> {};
+
+// A stop and a destruction take less than a second, and a stop is told once.
+TEST_P(StreamEnd, comes_at_any_moment) {
+    const auto [type, protocol, moment] = GetParam();
+    const bool resilient = type == std::string_view(kResilientOutputId);
+    std::mt19937 random(1);
+    std::uniform_int_distribution<int> delay_ms(0, 600);
+    script().audio_header = moment != kWaitingForHeaders;
+    // Enough to fill whatever lies between the two ends in a moment.
+    script().frame_bytes = moment == kStalled ? 512 << 10 : 400;
+    LocalServer server(protocol);
+    for (int round = 0; round < (long_run ? 250 : 2); ++round) {
+        const std::string key = std::to_string(round);
+        ScriptedStream stream(type, server.url(), key);
+        if (moment == kConnecting) {
+            server.freeze();
+        }
+        ASSERT_TRUE(stream.start()) << stream.last_error();
+        if (moment == kStalled || moment == kReconnecting) {
+            ASSERT_TRUE(wait_until([&] { return server.received(key) > 0; }));
+            moment == kStalled ? server.freeze() : server.hang_up();
+        }
+        wait_until([] { return false; }, std::chrono::milliseconds(delay_ms(random)));
+        if (round % 2 == 0) {
+            const auto stopped = stream.stop();
+            EXPECT_TRUE(!resilient || stopped < 1s) << stopped.count() << " ms, round " << round;
+        }
+        const auto destroyed = stream.destroy();
+        EXPECT_TRUE(!resilient || destroyed < 1s) << destroyed.count() << " ms, round " << round;
+        EXPECT_EQ(stream.stop_codes(), std::vector{OBS_OUTPUT_SUCCESS}) << "round " << round;
+        // What the system holds of this stream would be taken for the next one.
+        if (moment != kWaitingForHeaders) {
+            server.start();
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Resilient, StreamEnd,
+    testing::Combine(testing::Values(kResilientOutputId),
+        testing::Values(LocalServer::kRtmp, LocalServer::kSrt),
+        testing::Values(kConnecting, kStalled, kReconnecting, kWaitingForHeaders)));
+
+// It hangs, or ends the process, at the other moments.
+INSTANTIATE_TEST_SUITE_P(Standard, StreamEnd,
+    testing::Values(EndCase{kMuxOutputId, LocalServer::kRtmp, kReconnecting},
+        EndCase{kMuxOutputId, LocalServer::kRtmp, kWaitingForHeaders},
+        EndCase{kMuxOutputId, LocalServer::kSrt, kWaitingForHeaders}));
+
+// What the standard type does when SRT has lost its peer: the write thread joins itself.
+TEST(StandardSrtDeathTest, ends_the_process_at_the_first_failed_write) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto lose_the_server = [] {
+        register_output_types();
+        EncoderScript::current = std::make_shared<EncoderScript>();
+        LocalServer server(LocalServer::kSrt);
+        ScriptedStream stream(kMuxOutputId, server.url(), "");
+        (void)stream.start();
+        wait_until([&] { return server.received("") > 0; });
+        server.hang_up();
+        wait_until([] { return false; });
+    };
+    EXPECT_EXIT(lose_the_server(), testing::KilledBySignal(SIGABRT), "deadlock");
+}
+
+class LongStream : public MuxFixture, public testing::WithParamInterface<const char *> {
+protected:
+    static long resident_kb() {
+        malloc_trim(0);
+        long pages = 0;
+        std::ifstream("/proc/self/statm").ignore(100, ' ') >> pages;
+        return pages * getpagesize() / 1024;
+    }
+
+    // Waits until all has arrived; false when nothing does.
+    bool drained(const LocalServer &server) {
+        const uintmax_t before = std::exchange(arrived_, server.received("key"));
+        return wait_until([&] {
+            wait_until([] { return false; }, 20ms);
+            const uintmax_t last = std::exchange(arrived_, server.received("key"));
+            return last == arrived_ && last != before;
+        });
+    }
+
+    uintmax_t arrived_ = 0;
+};
+
+// Nothing may pile up however long a stream runs, and no clock may overflow.
+TEST_P(LongStream, keeps_its_size) {
+    const LocalServer server;
+    ScriptedStream stream(GetParam(), server.url(), "key", {0, 1});
+    ASSERT_TRUE(stream.start()) << stream.last_error();
+    ASSERT_TRUE(wait_until([&] { return server.received("key") > 1000; }));
+    stream.at_each_packet([](encoder_packet &packet) { packet.track_idx = MAX_AUDIO_MIXES; });
+    script().stalls = true;
+    const int64_t frames = int64_t{long_run ? 24 * 60 : 10} * 60 * 30;
+    long early_kb = 0;
+    int64_t audio = 0;
+    for (int64_t frame = 300; frame < frames; ++frame) {
+        OwnedPacket video(OBS_ENCODER_VIDEO, kIdr, frame, 30);
+        video.keyframe = true;
+        stream.send(&video);
+        for (; audio * 1024 * 30 < (frame - 299) * 48000; ++audio) {
+            for (size_t track = 0; track < 2; ++track) {
+                OwnedPacket packet(OBS_ENCODER_AUDIO, {1, 2}, audio * 1024 + 480'000, 48000);
+                packet.track_idx = track;
+                stream.send(&packet);
+            }
+        }
+        if (frame % 1200 == 0) {
+            ASSERT_TRUE(stream.active()) << stream.last_error();
+            ASSERT_TRUE(drained(server)) << "after " << frame << " frames";
+        }
+        if (frame == frames / 10) {
+            early_kb = resident_kb();
+        }
+    }
+    EXPECT_LT(resident_kb() - early_kb, 16 * 1024);
+    EXPECT_TRUE(stream.active());
+}
+
+INSTANTIATE_TEST_SUITE_P(Both, LongStream, testing::Values(kMuxOutputId, kResilientOutputId));
+
+} // namespace
+
+} // namespace corvane::test

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include "base/obs_handles.hpp"
+#include "mux/common/stream_output.hpp"
+#include "mux/output_type.hpp"
+#include "mux/resilient/stream_timeouts.hpp"
+#include "support/scripted_encoder.hpp"
+#include "support/wait.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace corvane::test {
+
+inline void register_output_types() {
+    if (!obs_output_get_display_name(kMuxOutputId)) {
+        register_mux_output_types();
+        ScriptedEncoder::register_types();
+    }
+}
+
+// The tests of the output types: every test has a fresh script and the usual timeouts.
+class MuxFixture : public testing::Test {
+protected:
+    MuxFixture() {
+        register_output_types();
+        EncoderScript::current = std::make_shared<EncoderScript>();
+    }
+    ~MuxFixture() override { stream_timeouts = {}; }
+
+    EncoderScript &script() const { return *EncoderScript::current; }
+};
+
+// An output of one of the module's types in libobs, with scripted encoders.
+class ScriptedStream {
+public:
+    using Milliseconds = std::chrono::milliseconds;
+
+    ScriptedStream(const char *type, const std::string &server, const std::string &key,
+        const std::vector<size_t> &tracks = {0, 3}) {
+        output = obs_output_create(type, "output", settings(server, key), nullptr);
+        encoders_.emplace_back(
+            obs_video_encoder_create("scripted_h264", "video", nullptr, nullptr));
+        obs_encoder_set_video(encoders_.back(), obs_get_video());
+        obs_output_set_video_encoder(output, encoders_.back());
+        for (const size_t track : tracks) {
+            encoders_.emplace_back(
+                obs_audio_encoder_create("scripted_aac", "audio", nullptr, track, nullptr));
+            obs_encoder_set_audio(encoders_.back(), obs_get_audio());
+            obs_output_set_audio_encoder(output, encoders_.back(), track);
+        }
+        connect("stop", [this](calldata_t *data) {
+            const std::scoped_lock lock(mutex_);
+            stop_codes_.push_back(static_cast<int>(calldata_int(data, "code")));
+        });
+    }
+    ~ScriptedStream() {
+        if (output) {
+            stop();
+            destroy();
+        }
+    }
+    ScriptedStream(const ScriptedStream &) = delete;
+    ScriptedStream &operator=(const ScriptedStream &) = delete;
+
+    void update(const std::string &server, const std::string &key) {
+        obs_output_update(output, settings(server, key));
+    }
+    [[nodiscard]] bool start() { return obs_output_start(output); }
+    bool active() const { return obs_output_active(output); }
+
+    // Each returns how long it took until the stream had ended, or the output was gone.
+    Milliseconds stop() {
+        const auto begin = Clock::now();
+        obs_output_stop(output);
+        EXPECT_TRUE(wait_until([this] { return !active(); }));
+        return std::chrono::duration_cast<Milliseconds>(Clock::now() - begin);
+    }
+    Milliseconds destroy() {
+        const auto begin = Clock::now();
+        output = nullptr;
+        return std::chrono::duration_cast<Milliseconds>(Clock::now() - begin);
+    }
+
+    // False when the output did not end by itself.
+    bool wait_for_error() {
+        return wait_until([this] { return !active() && !stop_codes().empty(); });
+    }
+    std::vector<int> stop_codes() {
+        const std::scoped_lock lock(mutex_);
+        return stop_codes_;
+    }
+    std::string last_error() const {
+        const char *text = obs_output_get_last_error(output);
+        return text ? text : "";
+    }
+    // The resilient type's "phase failures reason".
+    std::string state() const {
+        Calldata answer;
+        proc_handler_call(obs_output_get_proc_handler(output), "connection_state", answer.get());
+        return std::string(calldata_string(answer.get(), "phase")) + " " +
+               std::to_string(calldata_int(answer.get(), "failures")) + " " +
+               calldata_string(answer.get(), "reason");
+    }
+
+    // Runs the handler at each of the output's signals, for as long as it lives.
+    void connect(const char *signal, std::function<void(calldata_t *)> handler) {
+        const auto call = [](void *function, calldata_t *data) {
+            (*static_cast<std::function<void(calldata_t *)> *>(function))(data);
+        };
+        signal_handler_connect(obs_output_get_signal_handler(output), signal, call,
+            &handlers_.emplace_back(std::move(handler)));
+    }
+    // Runs the function at each packet that libobs hands out from now on, before the output gets
+    // it; it may change all but the payload.
+    void at_each_packet(std::function<void(encoder_packet &)> function) {
+        at_packet_ = std::move(function);
+        const auto call = [](obs_output_t *, encoder_packet *packet, encoder_packet_time *,
+                              void *self) {
+            static_cast<ScriptedStream *>(self)->at_packet_(*packet);
+        };
+        obs_output_add_packet_callback(output, call, this);
+    }
+    // Hands the output a packet that libobs knows nothing of; null says that an encoder failed.
+    void send(const encoder_packet *packet) {
+        static_cast<StreamOutput *>(obs_obj_get_data(output))->encoded_packet(packet);
+    }
+
+    OBSOutputAutoRelease output;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    static OBSData settings(const std::string &server, const std::string &key) {
+        OBSDataAutoRelease settings = obs_data_create();
+        obs_data_set_string(settings, "server", server.c_str());
+        obs_data_set_string(settings, "key", key.c_str());
+        return OBSData(settings.Get());
+    }
+
+    std::mutex mutex_; // guards stop_codes_
+    std::vector<int> stop_codes_;
+    std::list<std::function<void(calldata_t *)>> handlers_;
+    std::function<void(encoder_packet &)> at_packet_;
+    std::vector<OBSEncoderAutoRelease> encoders_;
+};
+
+} // namespace corvane::test
