@@ -14,7 +14,7 @@ struct CanvasConfig {
     uint32_t fps_num = 30;
     uint32_t fps_den = 1;
     bool use_active_scene_audio = true;
-    // Renders the view at the host's frame rate instead, see VerticalCanvas::stream_fps_num().
+    // Renders the view at the host's frame rate, see VerticalCanvas::stream_fps_num().
     bool follow_host_rate = false;
 };
 
@@ -46,13 +46,20 @@ constexpr CoverPlacement cover_placement(
     };
 }
 
-// The host's frame rate divided by the canvas's; 0 when that is no whole number or a rate is
-// invalid.
+// The host's frame rate divided by the canvas's, rounded; 0 when that is not nearly a whole number
+// or a rate is invalid.
 constexpr uint32_t frame_rate_divisor(
     uint32_t host_num, uint32_t host_den, uint32_t canvas_num, uint32_t canvas_den) {
-    const uint64_t host = uint64_t{host_num} * canvas_den;
-    const uint64_t canvas = uint64_t{canvas_num} * host_den;
-    return canvas != 0 && host % canvas == 0 ? static_cast<uint32_t>(host / canvas) : 0;
+    constexpr double kTolerance = 0.005; // 59.94 counts as 60
+    const double host = static_cast<double>(host_num) * canvas_den;
+    const double canvas = static_cast<double>(canvas_num) * host_den;
+    if (canvas == 0 || host / canvas > 1000) {
+        return 0;
+    }
+    const double ratio = host / canvas;
+    const auto nearest = static_cast<uint32_t>(ratio + 0.5);
+    const double error = ratio > nearest ? ratio - nearest : nearest - ratio;
+    return error <= kTolerance * nearest ? nearest : 0;
 }
 
 } // namespace corvane

@@ -4,6 +4,7 @@
 #include "base/log.hpp"
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 namespace corvane {
@@ -111,9 +112,10 @@ void VerticalCanvas::use_host_rate(const obs_video_info &host) {
     const uint32_t divisor =
         corvane::frame_rate_divisor(host.fps_num, host.fps_den, fps_num(), fps_den());
     frame_rate_divisor_ = std::max(divisor, 1U);
-    stream_fps_num_ = divisor == 0 ? host.fps_num : fps_num();
-    stream_fps_den_ = divisor == 0 ? host.fps_den : fps_den();
-    if (divisor != 1) {
+    const uint32_t common = std::gcd(host.fps_num, frame_rate_divisor_);
+    stream_fps_num_ = host.fps_num / common;
+    stream_fps_den_ = host.fps_den * (frame_rate_divisor_ / common);
+    if (divisor > 1 || stream_fps_num_ != fps_num() || stream_fps_den_ != fps_den()) {
         log_info("Canvas frame rate %u/%u, the host's %u/%u: the stream has %u/%u, one of every %u "
                  "frames",
             fps_num(), fps_den(), host.fps_num, host.fps_den, stream_fps_num_, stream_fps_den_,

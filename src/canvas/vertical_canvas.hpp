@@ -30,6 +30,7 @@ struct VerticalScene {
 struct SceneInfo {
     std::string name;
     std::string source_name;
+    bool source_missing = false; // the host has no source of that name
 };
 
 // The second canvas: a libobs view with its own video output and the list of vertical scenes that
@@ -65,8 +66,8 @@ public:
     uint32_t fps_num() const { return config_.fps_num; }
     uint32_t fps_den() const { return config_.fps_den; }
     // The stream's rate and the video output's divided by it. With the view at the host's rate, the
-    // canvas's rate is reached by skipping frames; if that is no whole division, the stream has the
-    // host's rate.
+    // canvas's rate is reached by skipping frames: exactly, or nearly as 59.94 / 2 for 30; if that
+    // is no whole division, the stream has the host's rate.
     uint32_t stream_fps_num() const { return stream_fps_num_; }
     uint32_t stream_fps_den() const { return stream_fps_den_; }
     uint32_t frame_rate_divisor() const { return frame_rate_divisor_; }
@@ -98,8 +99,8 @@ public:
     // Empty if the scene does not exist or has no source.
     std::string scene_source_name(const std::string &scene_name) const;
 
-    // How often the host has renamed an assigned source. Lock-free.
-    uint32_t source_renames() const { return source_renames_; }
+    // How often the host has renamed, removed or created an assigned source. Lock-free.
+    uint32_t source_changes() const { return source_changes_; }
 
     // The source assigned to the active scene, or null; borrowed, lock-free. Inside the graphics
     // context (as in a display's draw callback) the pointer is valid until the context is left:
@@ -159,7 +160,7 @@ private:
 
     // The active entry's source, for readers without the lock.
     std::atomic<obs_source_t *> active_source_{nullptr};
-    std::atomic<uint32_t> source_renames_ = 0;
+    std::atomic<uint32_t> source_changes_ = 0;
     // Connected and disconnected without mutex_: libobs holds the signal's lock while it calls
     // on_video_reset(), which takes mutex_.
     OBSSignal video_reset_;

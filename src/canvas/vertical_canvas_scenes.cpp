@@ -98,7 +98,10 @@ std::vector<SceneInfo> VerticalCanvas::scene_list() const {
     std::vector<SceneInfo> scenes;
     scenes.reserve(scenes_.size());
     for (const VerticalScene &entry : scenes_) {
-        scenes.push_back({.name = entry.name, .source_name = current_source_name(entry)});
+        const std::string source_name = current_source_name(entry);
+        scenes.push_back({.name = entry.name,
+            .source_name = source_name,
+            .source_missing = !entry.source && !source_name.empty()});
     }
     return scenes;
 }

@@ -238,9 +238,10 @@ void VerticalCanvas::follow_host_sources() {
             // The name is kept for a source created later.
             log_info("Scene '%s': source '%s' was removed from the host", entry.name.c_str(),
                 entry.source_name.c_str());
+            ++source_changes_;
         } else if (std::string name = current_source_name(entry); entry.source_name != name) {
             entry.source_name = std::move(name);
-            ++source_renames_;
+            ++source_changes_;
         }
     }
 }
@@ -252,6 +253,7 @@ void VerticalCanvas::assign_awaited_source(VerticalScene &entry) {
     OBSSourceAutoRelease source = obs_get_source_by_name(entry.source_name.c_str());
     if (source && !obs_source_removed(source)) {
         take_source(entry, std::move(source));
+        ++source_changes_;
     }
 }
 

@@ -28,7 +28,8 @@ void log_settings() {
     log_info("Canvas : %ux%u @ %u/%u fps", settings::canvaswidth.get(),
         settings::canvasheight.get(), settings::fpsnum.get(), settings::fpsden.get());
     const std::string url = settings::rtmpurl.get();
-    log_info("RTMP : %s", (settings::resilience.get() ? without_secrets(url) : url).c_str());
+    log_info("RTMP : %s",
+        (settings::resilience.get() ? shown_server(url, settings::streamkey.get()) : url).c_str());
     log_info("Bitrate: %u kbps", settings::videobitrate.get());
     log_info("Auto-start with main: %s", settings::autostartwithmain.get() ? "yes" : "no");
     log_rule();

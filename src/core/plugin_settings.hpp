@@ -112,6 +112,10 @@ inline const ProfileKey<bool> useactivesceneaudio{
 // reads as false.
 inline const ProfileKey<bool> resilience{"enabled", false, "Resilience"};
 
+// How many of the host's audio tracks are sent, 1 to 6; 0, as a missing key reads, means all. Like
+// the key above, it has no field in the dialog.
+inline const ProfileKey<uint32_t> audiotracks{"audiotracks", 0, "Options"};
+
 // DockState: the dock's placement, for all profiles. The area is a Qt::DockWidgetArea (2 is right),
 // the geometry base64.
 inline const GlobalKey<bool> dockvisible{"dockvisible", true};

@@ -29,11 +29,13 @@ CanvasConfig current_canvas_config() {
 
 // The preferred encoder has no key and keeps its default.
 OutputConfig current_output_config() {
+    const uint32_t tracks = settings::audiotracks.get();
     return {
         .url = settings::rtmpurl.get(),
         .key = settings::streamkey.get(),
         .bitrate_kbps = settings::videobitrate.get(),
         .encoder_preset = settings::encoderpreset.get(),
+        .audio_tracks = tracks == 0 ? OutputConfig::kMaxAudioTracks : tracks,
         .resilient = settings::resilience.get(),
     };
 }

@@ -181,11 +181,20 @@ void VerticalOutput::on_video_reset(void *output, calldata_t *) {
     self->release_all();
 }
 
-std::optional<ConnectionState> VerticalOutput::connection_state() const {
+// The stream may end at any moment: read the connection first.
+VerticalOutput::State VerticalOutput::state() const {
     const std::scoped_lock lock(mutex_);
-    if (!resilient_ || !output_active()) {
-        return std::nullopt;
+    std::optional<ConnectionState> connection;
+    if (resilient_ && output_) {
+        connection = connection_state();
     }
+    if (!output_active()) {
+        return {};
+    }
+    return {.active = true, .connection = std::move(connection)};
+}
+
+ConnectionState VerticalOutput::connection_state() const {
     Calldata answer;
     proc_handler_call(obs_output_get_proc_handler(output_), "connection_state", answer.get());
     return ConnectionState::read_from(answer.get());
@@ -193,7 +202,7 @@ std::optional<ConnectionState> VerticalOutput::connection_state() const {
 
 // The standard type logs the URL unchanged.
 std::string VerticalOutput::shown_url() const {
-    return resilient_ ? without_secrets(config_.url) : config_.url;
+    return resilient_ ? shown_server(config_.url, config_.key) : config_.url;
 }
 
 bool VerticalOutput::output_active() const {

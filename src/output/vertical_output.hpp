@@ -16,16 +16,14 @@ namespace corvane {
 
 class VerticalCanvas;
 
-// The vertical stream: one video encoder on the canvas, six AAC encoders on the host's audio (one
-// per host track) and the output that sends them.
+// The vertical stream: one video encoder on the canvas, up to six AAC encoders on the host's audio
+// (one per host track) and the output that sends them.
 //
 // Public operations lock for their whole run, libobs calls included; call them from any thread but
 // the one that emits the output's signals. Every start creates new encoders and a new output, which
 // are kept after a stop until the next start, a reset of the host's video or the destruction.
 class VerticalOutput {
 public:
-    static constexpr size_t kAudioTracks = 6;
-
     // The canvas is not owned and must outlive this object.
     VerticalOutput(VerticalCanvas *canvas, OutputConfig config);
     ~VerticalOutput();
@@ -49,8 +47,12 @@ public:
     // Stops and waits until the stream has released the host's video and audio.
     void stop_and_release();
 
-    // Empty without a running stream, or with the standard output type.
-    std::optional<ConnectionState> connection_state() const;
+    struct State {
+        bool active = false;
+        // Only of the resilient type, and only while active.
+        std::optional<ConnectionState> connection;
+    };
+    State state() const;
 
     // Takes new settings for the next start; a running stream keeps its own.
     void update_config(const OutputConfig &config);
@@ -60,6 +62,7 @@ private:
 
     // Called with mutex_ held.
     bool output_active() const;
+    ConnectionState connection_state() const;
     void stop_output();
     bool start_with_fallback();
     bool try_candidate(const char *id);
@@ -78,7 +81,7 @@ private:
     mutable std::mutex mutex_; // guards everything below
     OutputConfig config_;
     OBSEncoderAutoRelease video_encoder_;
-    std::array<OBSEncoderAutoRelease, kAudioTracks> audio_encoders_;
+    std::array<OBSEncoderAutoRelease, OutputConfig::kMaxAudioTracks> audio_encoders_;
     size_t audio_encoder_count_ = 0;
     OBSOutputAutoRelease output_;
     std::string active_encoder_;

@@ -13,6 +13,7 @@
 #include <QMetaObject>
 #include <QString>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -75,9 +76,10 @@ void on_output_stop(void *data, calldata_t *calldata) {
 // wait forever. False on timeout.
 bool wait_until_inactive(obs_output_t *output) {
     constexpr uint32_t kPollMs = 1;
-    constexpr uint32_t kLimitMs = 5000;
-    for (uint32_t waited = 0; obs_output_active(output); waited += kPollMs) {
-        if (waited >= kLimitMs) {
+    constexpr std::chrono::seconds kLimit{5};
+    const auto deadline = std::chrono::steady_clock::now() + kLimit;
+    while (obs_output_active(output)) {
+        if (std::chrono::steady_clock::now() >= deadline) {
             return false;
         }
         os_sleep_ms(kPollMs);
@@ -117,7 +119,8 @@ bool VerticalOutput::create_video_encoder(const char *id) {
 
 bool VerticalOutput::create_audio_encoders() {
     release_audio_encoders();
-    for (size_t track = 0; track < kAudioTracks; ++track) {
+    const size_t tracks = std::clamp<size_t>(config_.audio_tracks, 1, audio_encoders_.size());
+    for (size_t track = 0; track < tracks; ++track) {
         const OBSDataAutoRelease settings = obs_data_create();
         if (!settings) {
             log_error("Failed to create audio settings for track %zu", track);
@@ -157,7 +160,7 @@ bool VerticalOutput::create_output() {
         return false;
     }
     obs_output_set_video_encoder(output, video_encoder_);
-    for (size_t track = 0; track < kAudioTracks; ++track) {
+    for (size_t track = 0; track < audio_encoders_.size(); ++track) {
         if (audio_encoders_[track]) {
             obs_output_set_audio_encoder(output, audio_encoders_[track], track);
         }

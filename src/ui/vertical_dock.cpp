@@ -4,6 +4,8 @@
 
 #include "canvas/vertical_canvas.hpp"
 #include "output/vertical_output.hpp"
+#include "ui/elided_label.hpp"
+#include "ui/tool_tip.hpp"
 #include "ui/vertical_preview_widget.hpp"
 #include "ui/widget_names.hpp"
 
@@ -27,38 +29,40 @@ constexpr int kStatusIntervalMs = 500;
 constexpr const char *kIdleStyle = "font-size: 11px; color: #888;";
 constexpr const char *kStreamingStyle = "font-size: 11px; color: #4caf50; font-weight: bold;";
 
+constexpr const char *kEmptyPreview =
+    "Nothing to show yet: press \"Assign OBS Scene\" and choose what this vertical scene shows";
+
 struct StreamStatus {
     QString text;
-    QString reason; // why a started stream is not live
-    bool live;
+    QString reason = {}; // why a started stream is not live
+    bool live = false;
 };
 
-// The standard output type does not report its connection: it counts as live while it runs. The
-// stream may end at any moment, so the connection is read before the output's state.
-StreamStatus stream_status(const VerticalOutput *output) {
+// The standard output type does not report its connection: it counts as live while it runs.
+StreamStatus stream_status(const VerticalOutput::State &state) {
     using enum ConnectionState::Phase;
-    if (!output) {
-        return {.text = QStringLiteral("No output"), .reason = {}, .live = false};
+    if (!state.active) {
+        return {.text = QStringLiteral("Stopped")};
     }
-    const std::optional<ConnectionState> connection = output->connection_state();
-    const bool active = output->is_active();
-    if (connection && connection->phase == kReconnecting) {
-        return {.text = QStringLiteral("Reconnecting (%1)").arg(connection->failures),
-            .reason = QString::fromStdString(connection->reason),
-            .live = false};
-    }
-    if (connection && connection->phase == kConnecting) {
-        return {.text = QStringLiteral("Connecting"), .reason = {}, .live = false};
-    }
-    if (connection && connection->phase == kStalled) {
+    switch (state.connection ? state.connection->phase : kConnected) {
+    case kStopped:
+        return {.text = QStringLiteral("Stopped")};
+    case kConnecting:
+        return {.text = QStringLiteral("Connecting")};
+    case kListening:
+        return {.text = QStringLiteral("Waiting for a caller"),
+            .reason =
+                QStringLiteral("The stream begins when somebody connects to this SRT listener")};
+    case kReconnecting:
+        return {.text = QStringLiteral("Reconnecting (%1)").arg(state.connection->failures),
+            .reason = QString::fromStdString(state.connection->reason)};
+    case kStalled:
         return {.text = QStringLiteral("Encoder stalled"),
-            .reason = QStringLiteral("No packet from the encoders for 10 s"),
-            .live = false};
+            .reason = QStringLiteral("No packet from the encoders for 10 s")};
+    case kConnected:
+        break;
     }
-    const bool live = active && (!connection || connection->phase != kStopped);
-    return {.text = live ? QStringLiteral("Streaming") : QStringLiteral("Stopped"),
-        .reason = {},
-        .live = live};
+    return {.text = QStringLiteral("Streaming"), .reason = {}, .live = true};
 }
 
 struct Button {
@@ -101,10 +105,6 @@ QPushButton *make_button(QWidget *parent, const Button &description) {
     return button;
 }
 
-QString active_scene_text(const QString &name) {
-    return name.isEmpty() ? QStringLiteral("No active scene") : QStringLiteral("Scene: ") + name;
-}
-
 } // namespace
 
 VerticalDock::VerticalDock(VerticalCanvas *canvas, VerticalOutput *output, QWidget *parent)
@@ -128,7 +128,7 @@ VerticalDock::VerticalDock(VerticalCanvas *canvas, VerticalOutput *output, QWidg
 }
 
 void VerticalDock::build_preview(QBoxLayout *layout) {
-    sceneLabel = new QLabel(windowTitle(), this);
+    sceneLabel = new ElidedLabel(windowTitle(), this);
     sceneLabel->setObjectName(QStringLiteral("sceneLabel"));
     sceneLabel->setTextFormat(Qt::PlainText);
     sceneLabel->setAlignment(Qt::AlignCenter);
@@ -200,7 +200,7 @@ void VerticalDock::build_stream_buttons(QBoxLayout *layout) {
 }
 
 void VerticalDock::build_status(QBoxLayout *layout) {
-    statusLabel = new QLabel(QStringLiteral("Stopped"), this);
+    statusLabel = new ElidedLabel(QStringLiteral("Stopped"), this);
     statusLabel->setObjectName(QStringLiteral("statusLabel"));
     statusLabel->setAlignment(Qt::AlignCenter);
     statusLabel->setStyleSheet(QString::fromUtf8(kIdleStyle));
@@ -230,19 +230,20 @@ void VerticalDock::setPreviewShown(bool shown) {
 void VerticalDock::refreshSceneList() {
     const QSignalBlocker blocker(sceneList);
     sceneList->clear();
-    shownRenames = canvas ? canvas->source_renames() : 0;
+    shownChanges = canvas ? canvas->source_changes() : 0;
     if (!canvas) {
-        sceneLabel->setText(active_scene_text(QString()));
+        onActiveSceneChanged(QString());
         set_scene_buttons_enabled(false, false);
         return;
     }
     const std::vector<SceneInfo> scenes = canvas->scene_list();
+    preview->setToolTip(QString::fromUtf8(kEmptyPreview));
     const std::string active = canvas->active_scene_name();
     for (const SceneInfo &scene : scenes) {
         add_scene_item(scene, scene.name == active);
     }
     set_scene_buttons_enabled(true, !scenes.empty());
-    sceneLabel->setText(active_scene_text(QString::fromStdString(active)));
+    onActiveSceneChanged(QString::fromStdString(active));
 }
 
 // The visible text is decorated; the plain name is the item's data.
@@ -253,6 +254,14 @@ void VerticalDock::add_scene_item(const SceneInfo &scene, bool active) {
     const QString mark = active ? QStringLiteral("► ") : QStringLiteral(" ");
     auto *item = new QListWidgetItem(mark + name + suffix, sceneList);
     item->setData(Qt::UserRole, name);
+    QString tool_tip = name + suffix;
+    if (active && !source.isEmpty() && !scene.source_missing) {
+        preview->setToolTip(QString());
+    }
+    if (scene.source_missing) {
+        tool_tip += QStringLiteral("\nOBS has no scene \"%1\": nothing is shown").arg(source);
+    }
+    item->setToolTip(plain_tool_tip(tool_tip));
     if (active) {
         QFont font = item->font();
         font.setBold(true);
@@ -268,19 +277,22 @@ void VerticalDock::set_scene_buttons_enabled(bool add, bool others) {
     }
 }
 
-// Connected to nothing here: lets callers update the header alone.
 void VerticalDock::onActiveSceneChanged(const QString &sceneName) {
-    sceneLabel->setText(active_scene_text(sceneName));
+    const QString text = sceneName.isEmpty() ? QStringLiteral("No active scene")
+                                             : QStringLiteral("Scene: ") + sceneName;
+    sceneLabel->setText(text);
+    sceneLabel->setToolTip(text);
 }
 
 void VerticalDock::onStatusTick() {
-    if (canvas && canvas->source_renames() != shownRenames) {
+    if (canvas && canvas->source_changes() != shownChanges) {
         scenes_edited();
     }
-    const bool active = output && output->is_active();
-    startButton->setEnabled(output && !active);
-    stopButton->setEnabled(active);
-    const StreamStatus status = stream_status(output);
+    const VerticalOutput::State state = output ? output->state() : VerticalOutput::State{};
+    startButton->setEnabled(output && !state.active);
+    stopButton->setEnabled(state.active);
+    const StreamStatus status =
+        output ? stream_status(state) : StreamStatus{.text = QStringLiteral("No output")};
     statusLabel->setText(status.text);
     statusLabel->setToolTip(status.reason);
     statusLabel->setStyleSheet(QString::fromUtf8(status.live ? kStreamingStyle : kIdleStyle));

@@ -72,7 +72,7 @@ private:
     QPushButton *stopButton = nullptr;
     QLabel *statusLabel = nullptr;
     QTimer *statusTimer = nullptr;
-    uint32_t shownRenames = 0; // the canvas's source_renames() when the list was filled
+    uint32_t shownChanges = 0; // the canvas's source_changes() when the list was filled
 };
 
 } // namespace corvane

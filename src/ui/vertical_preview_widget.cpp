@@ -4,6 +4,7 @@
 #include "base/log.hpp"
 #include "canvas/vertical_canvas.hpp"
 #include "ui/native_window.hpp"
+#include "ui/tool_tip.hpp"
 
 #include <util/base.h>
 
@@ -91,6 +92,10 @@ QSize VerticalPreviewWidget::minimumSizeHint() const {
     return kMinimumSize;
 }
 
+bool VerticalPreviewWidget::event(QEvent *event) {
+    return show_tool_tip(*event, toolTip()) || QWidget::event(event);
+}
+
 void VerticalPreviewWidget::showEvent(QShowEvent *event) {
     QWidget::showEvent(event);
     winId();
@@ -121,9 +126,10 @@ void VerticalPreviewWidget::resizeEvent(QResizeEvent *event) {
 }
 
 bool VerticalPreviewWidget::eventFilter(QObject *watched, QEvent *event) {
-    if (surface_about_to_be_destroyed(event)) {
+    const bool own = watched == windowHandle();
+    if (own && surface_about_to_be_destroyed(event)) {
         destroy_display();
-    } else if (event->type() == QEvent::Expose && isVisible()) {
+    } else if (own && event->type() == QEvent::Expose && isVisible()) {
         // Also sent when the device pixel ratio changes.
         if (display) {
             resize_display();

@@ -56,6 +56,7 @@ public:
     QPaintEngine *paintEngine() const override { return nullptr; }
 
 protected:
+    bool event(QEvent *event) override;
     void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;

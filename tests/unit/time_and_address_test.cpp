@@ -143,10 +143,11 @@ TEST(LogRedaction, ends_with_its_scope) {
     base_set_log_handler(nullptr, nullptr);
 }
 
-TEST(FrameRateDivisor, is_whole_or_none) {
+TEST(FrameRateDivisor, is_nearly_whole_or_none) {
     for (const auto &[host_num, host_den, num, den, divisor] :
         {std::tuple(60, 1, 30, 1, 2), {60000, 1001, 30000, 1001, 2}, {30, 1, 30000, 1000, 1},
-            {30, 1, 20, 1, 0}, {30, 1, 60, 1, 0}, {60, 1, 30000, 1001, 0}, {30, 1, 0, 0, 0}}) {
+            {30, 1, 20, 1, 0}, {30, 1, 60, 1, 0}, {60, 1, 30000, 1001, 2}, {60000, 1001, 30, 1, 2},
+            {50, 1, 30, 1, 0}, {30, 1, 0, 0, 0}}) {
         EXPECT_EQ(frame_rate_divisor(host_num, host_den, num, den), divisor) << num << "/" << den;
     }
 }

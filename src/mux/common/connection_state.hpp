@@ -13,7 +13,14 @@ namespace corvane {
 
 // The connection of a resilient output, as its procedure "connection_state" reports it.
 struct ConnectionState {
-    enum class Phase : uint8_t { kStopped, kConnecting, kConnected, kReconnecting, kStalled };
+    enum class Phase : uint8_t {
+        kStopped,
+        kConnecting,
+        kListening, // for an SRT caller
+        kConnected,
+        kReconnecting,
+        kStalled
+    };
 
     Phase phase = Phase::kStopped;
     uint32_t failures = 0; // in a row
@@ -43,7 +50,7 @@ struct ConnectionState {
 private:
     // In the order of Phase.
     static constexpr std::array kPhaseNames = {
-        "stopped", "connecting", "connected", "reconnecting", "stalled"};
+        "stopped", "connecting", "listening", "connected", "reconnecting", "stalled"};
 };
 
 } // namespace corvane

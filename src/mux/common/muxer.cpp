@@ -247,12 +247,12 @@ Dictionary connection_options(const StreamUrl &url) {
 }
 
 std::optional<StreamError> open_connection(
-    AVFormatContext &context, const StreamUrl &url, Dictionary &options) {
+    AVFormatContext &context, const std::string &url, Dictionary &options) {
     if (!needs_connection(context)) {
         return std::nullopt;
     }
     const int result = avio_open2(
-        &context.pb, url.url.c_str(), AVIO_FLAG_WRITE, &context.interrupt_callback, options.get());
+        &context.pb, url.c_str(), AVIO_FLAG_WRITE, &context.interrupt_callback, options.get());
     return result < 0 ? std::optional(connect_error(result)) : std::nullopt;
 }
 

@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace corvane {
 
@@ -52,7 +53,7 @@ Dictionary connection_options(const StreamUrl &url);
 
 // These three block until the network is done or the context's interrupt callback ends them.
 std::optional<StreamError> open_connection(
-    AVFormatContext &context, const StreamUrl &url, Dictionary &options);
+    AVFormatContext &context, const std::string &url, Dictionary &options);
 std::optional<StreamError> write_header(AVFormatContext &context, Dictionary &options);
 void close_connection(AVFormatContext &context);
 

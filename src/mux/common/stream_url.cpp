@@ -10,6 +10,8 @@ namespace corvane {
 
 namespace {
 
+using namespace std::string_view_literals;
+
 constexpr std::string_view kSrtScheme = "srt://";
 
 bool is_space(char character) {
@@ -52,6 +54,18 @@ UrlAuthority authority_of(std::string_view url) {
 
 bool StreamUrl::is_srt() const {
     return is_srt_url(url);
+}
+
+bool StreamUrl::is_srt_listener() const {
+    const std::string_view whole(url);
+    const std::string_view query = whole.substr(std::min(whole.find('?') + 1, whole.size()));
+    return is_srt() && std::ranges::any_of(std::views::split(query, '&'),
+                           [](auto field) { return std::ranges::equal(field, "mode=listener"sv); });
+}
+
+std::string_view StreamUrl::key() const {
+    const std::string_view whole(url);
+    return is_srt() ? std::string_view() : whole.substr(std::min(whole.size(), tc_url.size() + 1));
 }
 
 std::string StreamUrl::shown() const {
@@ -97,6 +111,16 @@ std::string without_secrets(std::string_view url) {
     return shown.erase(authority.begin, authority.user_info);
 }
 
+std::string shown_server(std::string_view server, std::string_view key) {
+    std::string shown = without_secrets(server);
+    if (is_srt_url(trimmed(server)) || !trimmed(key).empty()) {
+        return shown;
+    }
+    const UrlAuthority authority = authority_of(shown);
+    const size_t path = authority.begin + authority.size + 1; // after the slash
+    return path < shown.size() ? shown.replace(path, std::string::npos, "***") : shown;
+}
+
 std::vector<std::string> secrets_of(const StreamUrl &url) {
     // Shorter texts are parts of many words; only the key is secret at any length.
     constexpr size_t kShortest = 4;
@@ -107,8 +131,7 @@ std::vector<std::string> secrets_of(const StreamUrl &url) {
         }
     };
     if (!url.is_srt()) {
-        const std::string_view key =
-            std::string_view(url.url).substr(std::min(url.url.size(), url.tc_url.size() + 1));
+        const std::string_view key = url.key();
         if (!key.empty() && key.size() < kShortest) {
             secrets.emplace_back(key);
         }

@@ -17,6 +17,12 @@ struct StreamUrl {
 
     bool is_srt() const;
 
+    // Whether the other side connects to us ("mode=listener").
+    bool is_srt_listener() const;
+
+    // RTMP: the stream key; SRT: empty.
+    std::string_view key() const;
+
     // The address without its secrets, the stream key included.
     std::string shown() const;
 };
@@ -47,6 +53,9 @@ bool is_srt_url(std::string_view url);
 
 // The URL without user, password and query, which may be secret.
 std::string without_secrets(std::string_view url);
+
+// The server as it may be logged. Without a key its path may be one, so only the host is left.
+std::string shown_server(std::string_view server, std::string_view key);
 
 // The secret parts of the address, longest first.
 std::vector<std::string> secrets_of(const StreamUrl &url);

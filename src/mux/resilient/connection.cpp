@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "mux/resilient/connection.hpp"
 
+#include "mux/resilient/connection_target.hpp"
 #include "mux/resilient/stream_timeouts.hpp"
 
 #include <algorithm>
@@ -21,7 +22,9 @@ Connection::Connection(Muxer muxer, StreamUrl url)
     , redaction_(secrets_of(url_)) {
     muxer_.context->max_interleave_delta = kMaxInterleaveDeltaUs;
     muxer_.context->interrupt_callback = interrupt_.callback();
-    interrupt_.set_deadline(stream_timeouts.connect);
+    if (!url_.is_srt_listener()) {
+        interrupt_.set_deadline(stream_timeouts.connect);
+    }
 }
 
 Connection::~Connection() {
@@ -31,12 +34,15 @@ Connection::~Connection() {
 std::optional<StreamError> Connection::open() {
     const LogRedaction::Scope scope(redaction_);
     AVFormatContext &context = *muxer_.context;
-    Dictionary options = connection_options(url_);
-    std::optional<StreamError> error = open_connection(context, url_, options);
+    ConnectionTarget target = connection_target(url_);
+    std::optional<StreamError> error = open_connection(context, target.address, target.options);
     if (!error) {
-        error = write_header(context, options);
+        error = write_header(context, target.options);
     }
     header_written_ = !error;
+    if (error) {
+        error->details = scope.first_error();
+    }
     return error;
 }
 

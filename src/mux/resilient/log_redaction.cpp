@@ -26,6 +26,7 @@ struct ThreadState {
     std::string line;                                  // unfinished
     int line_level = AV_LOG_INFO;
     int print_prefix = 1;
+    std::string first_error;
     bool probed = false; // see is_installed()
 };
 thread_local ThreadState state;
@@ -64,8 +65,12 @@ void write_line() {
         state.line.pop_back();
     }
     if (!state.line.empty()) {
-        blog(host_level(state.line_level), "[ffmpeg] %s",
-            redact(state.line, *state.secrets).c_str());
+        const std::string line = redact(state.line, *state.secrets);
+        blog(host_level(state.line_level), "[ffmpeg] %s", line.c_str());
+        if (state.line_level <= AV_LOG_ERROR && state.first_error.empty()) {
+            const size_t prefix = line.find("] "); // "[tcp @ 0x5581d0] "
+            state.first_error = prefix == std::string::npos ? line : line.substr(prefix + 2);
+        }
     }
     state.line.clear();
 }
@@ -147,6 +152,7 @@ LogRedaction::~LogRedaction() {
 
 LogRedaction::Scope::Scope(const LogRedaction &redaction) {
     state.secrets = &redaction.secrets_;
+    state.first_error.clear();
     av_log_set_callback(on_line);
 }
 
@@ -154,6 +160,10 @@ LogRedaction::Scope::~Scope() {
     write_line();
     state.print_prefix = 1;
     state.secrets = nullptr;
+}
+
+std::string LogRedaction::Scope::first_error() const {
+    return state.first_error;
 }
 
 } // namespace corvane

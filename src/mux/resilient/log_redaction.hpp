@@ -32,6 +32,9 @@ public:
         ~Scope(); // writes an unfinished line
         Scope(const Scope &) = delete;
         Scope &operator=(const Scope &) = delete;
+
+        // The first error that FFmpeg logged in this scope, redacted; empty without one.
+        std::string first_error() const;
     };
 
 private:

@@ -116,13 +116,18 @@ ConnectionState StreamSession::connection_state() const {
     const std::scoped_lock lock(mutex_);
     ConnectionState state{.phase = kStopped, .failures = 0, .reason = reason_};
     if (wanted_locked()) {
-        state.phase = stalled_                         ? kStalled
+        state.phase = listening_locked()               ? kListening
+                      : stalled_                       ? kStalled
                       : phase_ == Phase::kConnecting   ? kConnecting
                       : phase_ == Phase::kReconnecting ? kReconnecting
                                                        : kConnected;
         state.failures = failures_;
     }
     return state;
+}
+
+bool StreamSession::listening_locked() const {
+    return connection_ && connection_->url().is_srt_listener() && !connection_->header_written();
 }
 
 StreamOutput::Statistics StreamSession::statistics() const {

@@ -78,6 +78,7 @@ private:
     void report_drops();
     void signal_end();
     bool wanted_locked() const { return phase_ < Phase::kEnding; }
+    bool listening_locked() const;
 
     obs_output_t *const output_;
     const std::function<StreamSettings()> settings_;

@@ -2,6 +2,7 @@
 // The network thread: connecting, sending, disconnecting, reconnecting.
 #include "base/log.hpp"
 #include "mux/common/retry_delay.hpp"
+#include "mux/resilient/connection_target.hpp"
 #include "mux/resilient/packet_sender.hpp"
 #include "mux/resilient/run_abandonable.hpp"
 #include "mux/resilient/stream_session.hpp"
@@ -23,7 +24,8 @@ constexpr std::chrono::milliseconds kAudioHeaderTimeout = 1s;
 constexpr auto kStableAfter = 2s;
 constexpr const char *kNothingToSend = "The encoders deliver nothing that could be sent";
 
-// FFmpeg's texts for AVERROR_EOF and AVERROR_EXIT are about files and programs.
+// FFmpeg's texts for AVERROR_EOF and AVERROR_EXIT are about files and programs, and its other codes
+// too general.
 std::string reason_of(const StreamError &error) {
     switch (error.code) {
     case 0:
@@ -32,6 +34,10 @@ std::string reason_of(const StreamError &error) {
         return "The server closed the connection";
     case AVERROR_EXIT:
         return error_text(AVERROR(ETIMEDOUT));
+    case AVERROR(EIO):
+    case AVERROR(EINVAL):
+        // Also for an unknown host, a refused certificate or a bad option.
+        return error.details.empty() ? error_text(error.code) : error.details;
     default:
         return error_text(error.code);
     }
@@ -60,6 +66,9 @@ void StreamSession::run_stream() {
 }
 
 std::optional<StreamError> StreamSession::connect() {
+    if (auto objection = objection_to(settings_().url)) {
+        return objection;
+    }
     if (std::optional<StreamError> error = wait_for_headers(); error || !wanted()) {
         return error;
     }
@@ -140,7 +149,9 @@ void StreamSession::not_connected(const StreamError &error) {
     } else {
         log_error("%s", reason.c_str());
     }
-    obs_output_set_last_error(output_, error.message);
+    const std::string message =
+        error.message == reason ? reason : error.message + ("\n\n" + reason);
+    obs_output_set_last_error(output_, message.c_str());
 }
 
 void StreamSession::send_until_lost() {

@@ -127,7 +127,7 @@ MuxOutput::OpenResult MuxOutput::open_muxer() {
     }
     AVFormatContext &context = *muxer.context;
     Dictionary options = connection_options(settings_.url);
-    if (const auto error = open_connection(context, settings_.url, options)) {
+    if (const auto error = open_connection(context, settings_.url.url, options)) {
         log_error("avio_open2 failed: %s (code %d)", error_text(error->code).c_str(), error->code);
         return open_failed(*error);
     }
