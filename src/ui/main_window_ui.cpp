@@ -13,7 +13,10 @@
 #include <QDockWidget>
 #include <QMainWindow>
 #include <QPointer>
+#include <QScreen>
 #include <QWindow>
+
+#include <algorithm>
 
 namespace corvane {
 
@@ -48,6 +51,25 @@ void keep_place(QDockWidget &dock) {
     }
 }
 
+// For a dock without a saved place: beside the main window where the screen has room, else centred
+// on it.
+void place_first(const QMainWindow &window, QDockWidget &dock) {
+    constexpr int kMargin = 8;
+    constexpr QSize kSize(360, 760); // with a preview of about 270x480
+    const QRect screen = window.screen()->availableGeometry();
+    const QRect main = window.frameGeometry() & screen;
+    QRect place(QPoint(), kSize.boundedTo(screen.size() * 9 / 10));
+    if (screen.right() - main.right() >= place.width() + 2 * kMargin) {
+        place.moveTopLeft(main.topRight() + QPoint(kMargin, 0));
+    } else if (main.left() - screen.left() >= place.width() + 2 * kMargin) {
+        place.moveTopRight(main.topLeft() - QPoint(kMargin, 0));
+    } else {
+        place.moveCenter(main.center());
+    }
+    place.moveTop(std::clamp(place.top(), screen.top(), screen.bottom() - place.height() + 1));
+    dock.setGeometry(place);
+}
+
 // Any positive area goes to Qt unchecked.
 void dock_into(QMainWindow &window, QDockWidget &dock, int area) {
     const auto target = area > 0 ? static_cast<Qt::DockWidgetArea>(area) : Qt::RightDockWidgetArea;
@@ -63,9 +85,10 @@ void restore_dock_placement(QMainWindow &window, QDockWidget &dock) {
         dock_into(window, dock, settings::dockarea.get());
     } else {
         dock.setFloating(true);
-        if (placed) {
-            keep_place(dock);
+        if (!placed) {
+            place_first(window, dock);
         }
+        keep_place(dock);
     }
     dock.setVisible(!settings::dockvisible.written() || settings::dockvisible.get());
 }

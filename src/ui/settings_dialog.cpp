@@ -17,7 +17,12 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScreen>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QShowEvent>
 #include <QSpinBox>
+#include <QStyle>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -111,10 +116,41 @@ SettingsDialog::SettingsDialog(QWidget *parent)
     layout->addWidget(buttons);
 
     load();
-    // By default a dialog's initial height is limited to a part of the screen, too low for the
-    // rows.
-    ensurePolished();
-    resize(minimumWidth(), layout->totalHeightForWidth(minimumWidth()));
+}
+
+// Only now all rows have their final style and height.
+void SettingsDialog::showEvent(QShowEvent *event) {
+    if (!event->spontaneous()) {
+        fit_to_screen();
+    }
+    QDialog::showEvent(event);
+}
+
+// As high as all rows need; on a lower screen they scroll above the buttons. By default Qt limits a
+// dialog's height to a part of the screen.
+void SettingsDialog::fit_to_screen() {
+    const int width = std::max(minimumWidth(), layout()->minimumSize().width());
+    const int needed = layout()->totalHeightForWidth(width);
+    const int title_bar = style()->pixelMetric(QStyle::PM_TitleBarHeight, nullptr, this);
+    const int room = screen()->availableGeometry().height() - title_bar;
+    if (needed <= room) {
+        resize(width, needed);
+        return;
+    }
+    auto *form = new QWidget;
+    auto *rows = new QVBoxLayout(form);
+    rows->setContentsMargins(0, 0, 0, 0);
+    rows->setSpacing(layout()->spacing());
+    for (QGroupBox *group : findChildren<QGroupBox *>(Qt::FindDirectChildrenOnly)) {
+        rows->addWidget(group, 0);
+    }
+    auto *scroll = new QScrollArea;
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidgetResizable(true);
+    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scroll->setWidget(form);
+    static_cast<QVBoxLayout *>(layout())->insertWidget(0, scroll, 1);
+    resize(width + scroll->verticalScrollBar()->sizeHint().width(), room);
 }
 
 QGroupBox *SettingsDialog::build_stream_group() {

@@ -20,6 +20,9 @@ class SettingsDialog : public QDialog {
 public:
     explicit SettingsDialog(QWidget *parent = nullptr);
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private Q_SLOTS:
     void on_save_clicked();
     void on_toggle_key_visibility(bool shown);
@@ -30,6 +33,7 @@ private:
     QGroupBox *build_canvas_group();
     QGroupBox *build_behaviour_group();
     void load();
+    void fit_to_screen();
 
     QLineEdit *urlEdit = nullptr;
     QLineEdit *keyEdit = nullptr;
