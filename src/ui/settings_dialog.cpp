@@ -130,6 +130,11 @@ void SettingsDialog::showEvent(QShowEvent *event) {
 // dialog's height to a part of the screen.
 void SettingsDialog::fit_to_screen() {
     const int width = std::max(minimumWidth(), layout()->minimumSize().width());
+    const auto groups = findChildren<QGroupBox *>(Qt::FindDirectChildrenOnly);
+    for (QGroupBox *group : groups) {
+        // A form with wrapped text would accept less, at the expense of its fields.
+        group->setMinimumHeight(group->sizeHint().height());
+    }
     const int needed = layout()->totalHeightForWidth(width);
     const int title_bar = style()->pixelMetric(QStyle::PM_TitleBarHeight, nullptr, this);
     const int room = screen()->availableGeometry().height() - title_bar;
@@ -141,7 +146,7 @@ void SettingsDialog::fit_to_screen() {
     auto *rows = new QVBoxLayout(form);
     rows->setContentsMargins(0, 0, 0, 0);
     rows->setSpacing(layout()->spacing());
-    for (QGroupBox *group : findChildren<QGroupBox *>(Qt::FindDirectChildrenOnly)) {
+    for (QGroupBox *group : groups) {
         rows->addWidget(group, 0);
     }
     auto *scroll = new QScrollArea;
@@ -150,6 +155,8 @@ void SettingsDialog::fit_to_screen() {
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scroll->setWidget(form);
     static_cast<QVBoxLayout *>(layout())->insertWidget(0, scroll, 1);
+    layout()->activate(); // or the old minimum height would hold
+    urlEdit->setFocus();  // lost with the old place
     resize(width + scroll->verticalScrollBar()->sizeHint().width(), room);
 }
 
