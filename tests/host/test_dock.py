@@ -87,7 +87,7 @@ def test_remembers_its_place(any_screen):
     known = ("x", "y") if any_screen.screen.environment["QT_QPA_PLATFORM"] == "xcb" else ()
 
     def place(user):
-        return [user.look(DOCK)[key] for key in ("floating", "area", "width", "height", *known)]
+        return [user.look(DOCK)[key] for key in ("floating", "dockLocation", "width", "height", *known)]
 
     before = None
     for area in (LEFT, RIGHT, FLOATING, None, None):

@@ -22,17 +22,20 @@ class UserActions:
     def look(self, name: str | None = None) -> dict[str, Any]:
         """A widget's properties ("text", "enabled", "width"…), its "x" and "y" on the screen, a list's "items".
         Without a name it is the text field of the open dialog."""
-        return self._ask("look", **({"name": name} if name else {}))["widget"]
+        return self._ask("look", name=name)
 
     def enabled(self, *names: str) -> list[bool]:
         return [self.look(name)["enabled"] for name in names]
 
     def sees(self, name: str) -> bool:
-        return self._host.remote.ask("look", name=name)["found"]
+        return bool(self._host.ask("look", name=name))
 
     def reads(self, name: str, text: str, seconds: float = _SECONDS) -> None:
         """Waits until the widget shows the text."""
-        wait_until(lambda: self.look(name)["text"] == text, seconds, f"{name} reading {text!r}")
+        def shown() -> str:
+            widget = self.look(name)
+            return widget.get("displayText", widget["text"])
+        wait_until(lambda: shown() == text, seconds, f"{name} reading {text!r}")
 
     def lists(self, *lines: str) -> None:
         """Waits until the dock's list shows these lines."""
@@ -41,13 +44,13 @@ class UserActions:
     def scenes(self) -> list[str]:
         return [item["text"] for item in self.look("sceneList").get("items", [])]
 
-    def windows(self) -> list[dict[str, str]]:
-        """The "title" and, of message boxes, the "text" of every open window."""
-        return self._host.remote.ask("windows")["windows"]
+    def windows(self) -> list[dict[str, Any]]:
+        """The properties of every open window."""
+        return self._host.ask("windows")["windows"]
 
     def boxes(self, title: str) -> list[str]:
         """Texts of the message boxes of that title."""
-        return [window["text"] for window in self.windows() if window["title"] == title and "text" in window]
+        return [window["text"] for window in self.windows() if window["windowTitle"] == title and "text" in window]
 
     def box(self, title: str, button: str = "OK") -> str:
         """Waits for the one message box of that title, answers it, and returns its text."""
@@ -56,15 +59,14 @@ class UserActions:
         wait_until(lambda: not self.boxes(title), _SECONDS, f"message box {title!r} closed")
         return text
 
-    def appears(self, title: str) -> None:
-        wait_until(lambda: any(seen["title"] == title for seen in self.windows()), _SECONDS, f"window {title!r}")
+    def dialog(self, title: str, is_open: bool = True) -> None:
+        """Waits until the dialog is open, or has been closed."""
+        wait_until(lambda: is_open == any(seen["windowTitle"] == title for seen in self.windows()), _SECONDS,
+                   f"dialog {title!r} {'open' if is_open else 'closed'}")
 
-    def gone(self, title: str) -> None:
-        wait_until(lambda: all(seen["title"] != title for seen in self.windows()), _SECONDS, f"window {title!r} closed")
-
-    def click(self, name: str, row: int = -1, twice: bool = False) -> None:
+    def click(self, name: str, row: int = -1) -> None:
         """A row is that of a list."""
-        self._ask("click", name=name, row=row, twice=twice)
+        self._ask("click", name=name, row=row)
 
     def press(self, button: str) -> None:
         """Clicks the button with that text in the open dialog."""
@@ -72,12 +74,12 @@ class UserActions:
 
     def type(self, text: str, name: str | None = None) -> None:
         """Replaces the text of a field, or of the open dialog's only one."""
-        self._ask("type", text=text, **({"name": name} if name else {}))
+        self._ask("type", text=text, name=name)
 
     def give_name(self, button: str, title: str, name: str) -> str:
         """Enters a name in the dialog that the button opens; returns what the dialog proposed."""
         self.click(button)
-        self.appears(title)
+        self.dialog(title)
         proposed = self.look()["text"]
         self.type(name)
         self.press("OK")
@@ -87,38 +89,29 @@ class UserActions:
         """Lets the scene that is selected in the dock show a scene of the host."""
         title = f"Assign OBS Scene — {vertical_scene}"
         self.click("assignButton")
-        self.appears(title)
+        self.dialog(title)
         choices = [item["text"] for item in self.look("sourceList")["items"]]
         self.click("sourceList", choices.index(host_scene))
         self.press("OK")
-        self.gone(title)
+        self.dialog(title, is_open=False)
 
     def open_settings(self) -> None:
         self.choose(SETTINGS_ITEM)
-        self.appears(SETTINGS_TITLE)
+        self.dialog(SETTINGS_TITLE)
 
     def save_settings(self) -> None:
         self.press("Save")
-        self.gone(SETTINGS_TITLE)
+        self.dialog(SETTINGS_TITLE, is_open=False)
 
     def choose(self, item: str) -> None:
         """Chooses an item of the main window's menus."""
-        self._host.remote.ask("action", text=item)
+        self._host.ask("action", text=item)
 
     def place_dock(self, area: int) -> None:
         """Docks our dock on a side of the window or under another dock's tab, or lets it float."""
         self._ask("place", name=DOCK, area=area)
         wait_until(lambda: self.look(DOCK)["floating"] == (area == FLOATING), _SECONDS, "dock in its place")
 
-    def longest_pause_ms(self) -> int:
-        """The longest standstill of the host's event loop since the last call."""
-        return self._host.remote.ask("longest_pause")["ms"]
-
     def _ask(self, request: str, **data: Any) -> dict[str, Any]:
-        answer = {}
-
-        def found() -> bool:
-            answer.update(self._host.remote.ask(request, **data))
-            return answer["found"]
-        wait_until(found, _SECONDS, f"{data.get('name') or data.get('button') or 'text field'} in sight")
-        return answer
+        return wait_until(lambda: self._host.ask(request, **data), _SECONDS,
+                          f"{data.get('name') or data.get('button') or 'text field'} in sight")

@@ -1,23 +1,27 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 """One run of the real host: started on a screen, driven remotely, closed, its log read."""
 
+import json
 import os
 import re
+import shutil
 import signal
+import socket
 import subprocess
 import time
-from pathlib import Path
 from typing import Any, NamedTuple, Self
 
 from .folder import HostFolder
-from .remote import HostError, Remote
 from .screen import Screen
 from .waiting import end_child, wait_until
 
 _VERTICAL_TYPES = "cv_vertical_mux_rtmp", "cv_vertical_mux_resilient"
 _MAIN_OUTPUTS = "simple_stream", "adv_stream"
-# File times come from a clock that ticks more coarsely than the one Python reads.
-_CLOCK_GRAIN_NS = 20_000_000
+_SUCCESS, _NOT_READY = 100, 207  # obs-websocket's
+
+
+class HostError(RuntimeError):
+    """The host did not do what any run needs: start, answer, quit."""
 
 
 class FrameCount(NamedTuple):
@@ -37,8 +41,7 @@ class LiveHost:
 
     def __init__(self, folder: HostFolder, screen: Screen, profile: str, collection: str) -> None:
         self.folder = folder
-        self._console = folder.root / "console.log"
-        self._log_path: Path | None = None
+        self._console, self._logs = folder.root / "console.log", folder.config / "logs"
         self._whole_log = ""
         self._names = {"profile": profile, "collection": collection}
         # Nothing of the user's own configuration, sound server or runtime folder.
@@ -48,7 +51,10 @@ class LiveHost:
         self._environment = kept | {"HOME": str(folder.root), "XDG_CONFIG_HOME": str(folder.root),
                                     "XDG_RUNTIME_DIR": str(runtime)} | screen.environment
         self.process: subprocess.Popen | None = None
-        self.remote: Remote | None = None
+        self._socket, self._host_end = socket.socketpair()
+        self._socket.settimeout(60)
+        self._answers = self._socket.makefile("rb")
+        self.longest_answer_seconds = 0.0  # as long as its event loop stood still, or longer
 
     def __enter__(self) -> Self:
         try:
@@ -69,18 +75,17 @@ class LiveHost:
         """Starts the host and waits until it answers with the profile and collection asked for."""
         self.folder.install_driver()
         self.folder.remember_choice(**self._names)
-        self.remote = Remote()
-        # The log is named by the second, so a quick second run writes over the first one's.
-        begin_ns = time.time_ns() - _CLOCK_GRAIN_NS
+        shutil.rmtree(self._logs, ignore_errors=True)
         # The missing files check stays on: without it the host leaks the empty list it made.
         command = ["obs", "--multi", "--disable-updater", "--verbose", "--profile",
                    self._names["profile"], "--collection", self._names["collection"]]
-        with self._console.open("ab") as console, self.remote.host_end as host_end:
+        with self._console.open("ab") as console, self._host_end:
             self.process = subprocess.Popen(
-                command, env=self._environment | {"LIVEHOST_SOCKET": str(host_end.fileno())}, cwd=self.folder.root,
-                pass_fds=[host_end.fileno()], stdin=subprocess.DEVNULL, stdout=console, stderr=subprocess.STDOUT)
-        self._log_path = wait_until(lambda: self._alive() and self._log_since(begin_ns), 60, "host log")
-        wait_until(lambda: self._alive() and self.remote.ready(), 60, "host ready for requests")
+                command, env=self._environment | {"LIVEHOST_SOCKET": str(self._host_end.fileno())},
+                cwd=self.folder.root, pass_fds=[self._host_end.fileno()], stdin=subprocess.DEVNULL, stdout=console,
+                stderr=subprocess.STDOUT)
+        if not self._answers.readline():  # written at the end of the host's start
+            raise HostError(f"the host did not start\n{self._last_output()}")
         # With unknown names the host falls back silently, and all that follows would mislead.
         current = {"profile": self.request("GetProfileList")["currentProfileName"],
                    "collection": self.request("GetSceneCollectionList")["currentSceneCollectionName"]}
@@ -88,14 +93,29 @@ class LiveHost:
             raise HostError(f"the host loaded {current} instead of {self._names}")
 
     def request(self, name: str, **data: Any) -> dict[str, Any]:
+        """One of obs-websocket's requests; waits while the host is not ready for it."""
+        def answer_when_ready() -> dict[str, Any] | None:
+            answer = self.ask("request", type=name, data=data)
+            return answer if answer["code"] != _NOT_READY else None
+        answer = wait_until(answer_when_ready, 20, name)
+        if answer["code"] != _SUCCESS:
+            raise HostError(f"{name}: {answer['comment'] or 'refused'} ({answer['code']})")
+        return answer["data"]
+
+    def ask(self, what: str, /, **data: Any) -> dict[str, Any]:
+        """One of the driver's own requests, JSON objects of a line each."""
         self._alive()
-        return self.remote.request(name, **data)
+        begin = time.monotonic()
+        self._socket.sendall(json.dumps({"do": what} | data).encode() + b"\n")
+        line = self._answers.readline()
+        if not line:
+            raise ConnectionError(f"{what}: the host hung up")
+        self.longest_answer_seconds = max(self.longest_answer_seconds, time.monotonic() - begin)
+        return json.loads(line)
 
     def log(self) -> str:
         """This run's log; it stays readable after the end, whatever runs next on the folder."""
-        if self._whole_log or self._log_path is None:
-            return self._whole_log
-        return self._log_path.read_text(errors="replace")
+        return self._whole_log or "".join(path.read_text(errors="replace") for path in self._logs.glob("*.txt"))
 
     def wait_for_log(self, pattern: str, after: int = 0) -> re.Match:
         """Waits for a line that the pattern matches; `after` is a length of `log()` noted earlier."""
@@ -127,10 +147,6 @@ class LiveHost:
         outputs = self.request("GetOutputList")["outputs"]
         return next((output for output in outputs if output[key] in values), None)
 
-    def _log_since(self, begin_ns: int) -> Path | None:
-        logs = (self.folder.config / "logs").glob("*.txt")
-        return next((path for path in logs if path.stat().st_mtime_ns >= begin_ns), None)
-
     def _alive(self) -> bool:
         if self.process.poll() is not None:
             raise HostError(f"the host ended with status {self.process.returncode}\n{self._last_output()}")
@@ -141,9 +157,8 @@ class LiveHost:
         return "\n".join(self._console.read_text(errors="replace").splitlines()[-40:])
 
     def _end(self) -> bool:
-        if self.remote:
-            self.remote.close()
-            self.remote = None
+        for end in (self._answers, self._socket, self._host_end):
+            end.close()
         # Closes the main window, as a user does. SIGTERM would close every window by itself,
         # floating docks first, and the host then asks about each of them.
         ended = self.process is None or end_child(self.process, 60, signal.SIGINT)

@@ -10,21 +10,16 @@
 #include <QAction>
 #include <QApplication>
 #include <QDockWidget>
-#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLineEdit>
 #include <QListWidget>
 #include <QLocalSocket>
 #include <QMainWindow>
-#include <QMessageBox>
 #include <QMetaProperty>
 #include <QPointer>
 #include <QTest>
-#include <QTimer>
 
-#include <algorithm>
 #include <csignal>
 #include <execinfo.h>
 #include <fcntl.h>
@@ -32,48 +27,35 @@
 
 OBS_DECLARE_MODULE()
 
-namespace livehost {
-
 namespace {
 
 constexpr int kFloating = 0;
 constexpr int kBelowAnother = -1;
 
-QJsonArray list_items(const QListWidget &list) {
-    QJsonArray items;
-    for (int row = 0; row < list.count(); ++row) {
-        const QListWidgetItem *item = list.item(row);
-        items.append(QJsonObject{{"text", item->text()}, {"bold", item->font().bold()},
-            {"current", item == list.currentItem()}});
-    }
-    return items;
-}
-
-// The visible widget that a request means: by "name", by the text of a "button" of the open dialog,
-// or, with neither, the text field of that dialog. Null if there is none.
+// The visible widget that a request means: by "name", or in the open dialog by the text of a
+// "button" or, with neither, as its text field. Null if there is none.
 QWidget *find_requested(const QJsonObject &request) {
     const QWidget *dialog = QApplication::activeModalWidget();
     const auto is_requested = [&](const QWidget *widget) {
-        if (!widget->isVisible()) {
-            return false;
-        }
-        if (request.contains("name")) {
+        if (request["name"].isString()) {
             return widget->objectName() == request["name"].toString();
         }
         const auto *button = qobject_cast<const QAbstractButton *>(widget);
-        return dialog && dialog->isAncestorOf(widget) &&
-               (request.contains("button")
-                       ? button && button->text().remove(u'&') == request["button"].toString()
-                       : qobject_cast<const QLineEdit *>(widget) != nullptr);
+        const bool fits = request["button"].isString() ? button && button->text().remove(u'&') ==
+                                                                       request["button"].toString()
+                                                       : widget->inherits("QLineEdit");
+        return fits && dialog && dialog->isAncestorOf(widget);
     };
-    const QWidgetList widgets = QApplication::allWidgets();
-    const auto found = std::ranges::find_if(widgets, is_requested);
-    return found == widgets.end() ? nullptr : *found;
+    for (QWidget *widget : QApplication::allWidgets()) {
+        if (widget->isVisible() && is_requested(widget)) {
+            return widget;
+        }
+    }
+    return nullptr;
 }
 
-// The widget's properties, with "x" and "y" on the screen, "text" as displayed, a list's "items"
-// and a dock's "area".
-QJsonObject describe(QWidget *widget) {
+// The widget's properties, with "x" and "y" on the screen, and a list's "items".
+QJsonObject describe(const QWidget *widget) {
     QJsonObject seen;
     const QMetaObject &type = *widget->metaObject();
     for (int index = 0; index < type.propertyCount(); ++index) {
@@ -86,35 +68,30 @@ QJsonObject describe(QWidget *widget) {
     const QPoint origin = widget->mapToGlobal(QPoint(0, 0));
     seen["x"] = origin.x();
     seen["y"] = origin.y();
-    if (const auto *edit = qobject_cast<QLineEdit *>(widget)) {
-        seen["text"] = edit->displayText();
-    } else if (const auto *list = qobject_cast<QListWidget *>(widget)) {
-        seen["items"] = list_items(*list);
-    } else if (auto *dock = qobject_cast<QDockWidget *>(widget)) {
-        if (auto *window = qobject_cast<QMainWindow *>(dock->parentWidget())) {
-            seen["area"] = window->dockWidgetArea(dock);
+    if (const auto *list = qobject_cast<const QListWidget *>(widget)) {
+        QJsonArray items;
+        for (int row = 0; row < list->count(); ++row) {
+            const QListWidgetItem *item = list->item(row);
+            items.append(QJsonObject{{"text", item->text()}, {"bold", item->font().bold()},
+                {"current", item == list->currentItem()}});
         }
+        seen["items"] = items;
     }
     return seen;
 }
 
-// Title and, of message boxes, text of every visible window.
 QJsonArray describe_windows() {
     QJsonArray windows;
     for (const QWidget *window : QApplication::topLevelWidgets()) {
         if (window->isVisible()) {
-            QJsonObject seen{{"title", window->windowTitle()}};
-            if (const auto *box = qobject_cast<const QMessageBox *>(window)) {
-                seen["text"] = box->text();
-            }
-            windows.append(seen);
+            windows.append(describe(window));
         }
     }
     return windows;
 }
 
 // A row is that of a list.
-void click(QWidget *widget, int row, bool twice) {
+void click(QWidget *widget, int row) {
     QWidget *target = widget;
     QPoint point = widget->rect().center();
     if (auto *list = qobject_cast<QListWidget *>(widget); list && row >= 0) {
@@ -123,9 +100,6 @@ void click(QWidget *widget, int row, bool twice) {
         point = list->visualItemRect(list->item(row)).center();
     }
     QTest::mouseClick(target, Qt::LeftButton, Qt::NoModifier, point);
-    if (twice) {
-        QTest::mouseDClick(target, Qt::LeftButton, Qt::NoModifier, point);
-    }
 }
 
 // Replaces the text of a field.
@@ -145,30 +119,14 @@ void type_text(QWidget *widget, const QString &text) {
     }
 }
 
-// Triggers the action of that text in any menu of the main window.
-void trigger_action(const QWidget *main_window, const QString &text) {
-    for (QAction *action : main_window->findChildren<QAction *>()) {
-        if (action->text().remove(u'&') == text) {
-            action->trigger();
-            return;
-        }
-    }
-}
-
-// Docks the dock widget at an area of the main window's, makes it float somewhere, or puts another
-// one's tab before it.
-void place_dock(QWidget *widget, int area) {
-    auto *dock = qobject_cast<QDockWidget *>(widget);
-    auto *window = dock ? qobject_cast<QMainWindow *>(dock->parentWidget()) : nullptr;
-    if (!window) {
-        return;
-    }
-    if (area > 0) {
-        window->addDockWidget(static_cast<Qt::DockWidgetArea>(area), dock);
-    } else if (area == kBelowAnother) {
-        auto *other = window->findChild<QDockWidget *>(QStringLiteral("controlsDock"));
+// Docks the widget at a side of the window, puts another one's tab before it, or lets it float.
+void place_dock(QMainWindow *window, QDockWidget *dock, int area) {
+    if (area == kBelowAnother) {
+        auto *other = window->findChild<QDockWidget *>("controlsDock");
         window->tabifyDockWidget(dock, other);
         other->raise();
+    } else if (area != kFloating) {
+        window->addDockWidget(static_cast<Qt::DockWidgetArea>(area), dock);
     }
     dock->setFloating(area == kFloating);
     if (dock->isFloating()) {
@@ -176,32 +134,14 @@ void place_dock(QWidget *widget, int area) {
     }
 }
 
-void act(const QString &what, const QJsonObject &request, QWidget *widget) {
-    if (what == "click") {
-        click(widget, request["row"].toInt(-1), request["twice"].toBool());
-    } else if (what == "type") {
-        type_text(widget, request["text"].toString());
-    } else if (what == "place") {
-        place_dock(widget, request["area"].toInt());
-    } else if (what == "action") {
-        trigger_action(widget, request["text"].toString());
+// Triggers the action of that text in any menu of the main window.
+void trigger_action(const QMainWindow *window, const QString &text) {
+    for (QAction *action : window->findChildren<QAction *>()) {
+        if (action->text().remove(u'&') == text) {
+            action->trigger();
+            return;
+        }
     }
-}
-
-// The longest standstill of the event loop since the last call.
-qint64 take_longest_pause_ms() {
-    static qint64 longest_ms = 0;
-    static QElapsedTimer since;
-    static QTimer *timer = nullptr;
-    if (!timer) {
-        timer = new QTimer(QCoreApplication::instance());
-        QObject::connect(
-            timer, &QTimer::timeout, [] { longest_ms = std::max(longest_ms, since.restart()); });
-        since.start();
-        timer->start(1);
-    }
-    longest_ms = std::max(longest_ms, since.restart());
-    return std::exchange(longest_ms, 0);
 }
 
 // Any request of obs-websocket, answered without its server.
@@ -221,6 +161,7 @@ QJsonObject call_websocket(const QJsonObject &request) {
     return answer;
 }
 
+// What is asked for and is not there has an empty answer.
 QJsonObject answer(const QJsonObject &request) {
     const QString what = request["do"].toString();
     if (what == "request") {
@@ -229,18 +170,26 @@ QJsonObject answer(const QJsonObject &request) {
     if (what == "windows") {
         return {{"windows", describe_windows()}};
     }
-    if (what == "longest_pause") {
-        return {{"ms", take_longest_pause_ms()}};
+    auto *window = static_cast<QMainWindow *>(obs_frontend_get_main_window());
+    const QPointer<QWidget> widget = what == "action" ? window : find_requested(request);
+    if (!widget) {
+        return {};
     }
-    const QPointer<QWidget> widget = what == "action"
-                                         ? static_cast<QWidget *>(obs_frontend_get_main_window())
-                                         : find_requested(request);
-    if (!widget || what == "look") {
-        return {{"found", !widget.isNull()}, {"widget", widget ? describe(widget) : QJsonObject()}};
+    if (what == "look") {
+        return describe(widget);
     }
-    const auto action = [what, request, widget] {
-        if (widget) {
-            act(what, request, widget);
+    const auto action = [what, request, widget, window] {
+        if (!widget) {
+            return;
+        }
+        if (what == "click") {
+            click(widget, request["row"].toInt(-1));
+        } else if (what == "type") {
+            type_text(widget, request["text"].toString());
+        } else if (what == "place") {
+            place_dock(window, qobject_cast<QDockWidget *>(widget), request["area"].toInt());
+        } else if (what == "action") {
+            trigger_action(window, request["text"].toString());
         }
     };
     QMetaObject::invokeMethod(QCoreApplication::instance(), action, Qt::QueuedConnection);
@@ -250,11 +199,7 @@ QJsonObject answer(const QJsonObject &request) {
 QPointer<QLocalSocket> channel;
 
 void open_channel() {
-    bool given = false;
-    const int descriptor = qEnvironmentVariableIntValue("LIVEHOST_SOCKET", &given);
-    if (!given) {
-        return;
-    }
+    const int descriptor = qEnvironmentVariableIntValue("LIVEHOST_SOCKET");
     // The host's children must not keep it open.
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     channel = new QLocalSocket(QCoreApplication::instance());
@@ -302,15 +247,13 @@ void report_crashes() {
 
 } // namespace
 
-} // namespace livehost
-
 bool obs_module_load() {
-    livehost::report_crashes();
-    obs_frontend_add_event_callback(livehost::on_frontend_event, nullptr);
+    report_crashes();
+    obs_frontend_add_event_callback(on_frontend_event, nullptr);
     return true;
 }
 
 void obs_module_unload() {
-    obs_frontend_remove_event_callback(livehost::on_frontend_event, nullptr);
-    delete livehost::channel;
+    obs_frontend_remove_event_callback(on_frontend_event, nullptr);
+    delete channel;
 }
