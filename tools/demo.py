@@ -20,12 +20,12 @@ from pathlib import Path
 from PIL import Image
 
 from livehost.actions import RIGHT, UserActions
-from livehost.checks import Format, entry_faults, stream_faults
+from livehost.checks import Format, stream_problems
 from livehost.folder import HostFolder, Profile, Source, built_module
 from livehost.host import FrameCount, HostError, LiveHost
 from livehost.received import Received
 from livehost.report import column, table
-from livehost.scene import TONE_HZ, busy_sources, cover_faults, pause_sources
+from livehost.scene import TONE_HZ, busy_sources, cover_problems, pause_sources
 from livehost.screen import Screen, user_screen, virtual_screen
 from livehost.servers import RtmpServer, SrtListener
 from livehost.waiting import wait_until
@@ -50,11 +50,10 @@ class Run:
 
     protocol: str
     url: str
+    host: LiveHost
     frames: FrameCount | None = None
-    leaks: int | None = None
-    log: str = ""
     streams: dict[str, Received] = field(default_factory=dict)
-    faults: list[str] = field(default_factory=list)
+    problems: list[str] = field(default_factory=list)
 
 
 def set_up(user: UserActions, run: Run) -> None:
@@ -76,71 +75,62 @@ def set_up(user: UserActions, run: Run) -> None:
     user.lists("► Scene 1 [Stage]", " Pause [Pause]")
 
 
-def go_live(host: LiveHost, user: UserActions, protocol: str) -> None:
-    user.click("streamButton")
-    wait_until(host.main_active, 20, "main stream live")
-    if protocol == "SRT":
-        # It is enabled only while the vertical stream has not started by itself.
-        wait_until(lambda: user.look("startButton")["enabled"], 20, "start button enabled")
-        user.click("startButton")
-    host.wait_for_log("mux opened: ")
-    user.reads("statusLabel", "Streaming")
-    say("both streams are live")
-
-
-def run_host(run: Run, folder: HostFolder, screen: Screen, seconds: int, picture: Path) -> None:
-    host = LiveHost(folder, screen, "demo", "demo")
-    try:
-        say(f"{run.protocol}: starting the host")
-        with host:
-            user = UserActions(host)
-            set_up(user, run)
-            say("the vertical canvas is set up")
-            before = host.frames()
-            go_live(host, user, run.protocol)
-            for mark in (seconds / 2, seconds):
-                time.sleep(seconds / 2)
-                user.reads("statusLabel", "Streaming", seconds=0)
-                say(f"{mark:g} s live")
-                if not picture.exists() and not screen.grab(picture):
-                    say("this screen does not let windows be pictured: no host.png")
-            run.frames = host.frames() - before
-            user.click("streamButton")  # ends the vertical stream, too, however it was started
-            wait_until(lambda: not host.main_active() and not host.vertical_active(), 60 + 5 * seconds, "streams ended")
-            user.reads("statusLabel", "Stopped")
-            say("both streams have stopped")
-        run.leaks = host.leaks()
-        if run.leaks != 0:
-            run.faults.append(f"the host leaked {run.leaks or 'an unknown number of'} allocations")
-    finally:
-        run.log = host.log()
+def run_host(run: Run, screen: Screen, seconds: int, picture: Path) -> None:
+    say(f"{run.protocol}: starting the host")
+    with run.host as host:
+        user = UserActions(host)
+        set_up(user, run)
+        say("the vertical canvas is set up")
+        before = host.frames()
+        user.click("streamButton")
+        wait_until(host.main_active, 20, "main stream live")
+        if run.protocol == "SRT":
+            # It is enabled only while the vertical stream has not started by itself.
+            wait_until(lambda: user.look("startButton")["enabled"], 20, "start button enabled")
+            user.click("startButton")
+        host.wait_for_log("mux opened: ")
+        user.reads("statusLabel", "Streaming")
+        say("both streams are live")
+        for mark in (seconds / 2, seconds):
+            time.sleep(seconds / 2)
+            user.reads("statusLabel", "Streaming", seconds=0)
+            say(f"{mark:g} s live")
+            if not picture.exists() and not screen.grab(picture):
+                say("this screen does not let windows be pictured: no host.png")
+        run.frames = host.frames() - before
+        user.click("streamButton")  # ends the vertical stream, too, however it was started
+        wait_until(lambda: not host.main_active() and not host.vertical_active(), 60 + 5 * seconds, "streams ended")
+        user.reads("statusLabel", "Stopped")
+        say("both streams have stopped")
 
 
 def check(run: Run, seconds: int, frame_path: Path) -> None:
+    if run.host.leaks() != 0:
+        run.problems.append(f"the host leaked {run.host.leaks() or 'an unknown number of'} allocations")
     for name, wanted in (("main", MAIN), ("vertical", VERTICAL)):
         stream = run.streams[name]
-        faults = stream_faults(stream, wanted)
+        problems = stream_problems(stream, wanted)
         if stream.videos and stream.video.seconds < seconds - SHORT_SECONDS:
-            faults.append(f"only {stream.video.seconds:.1f} s arrived of the {seconds} s live")
+            problems.append(f"only {stream.video.seconds:.1f} s arrived of the {seconds} s live")
         if stream.videos and name == "vertical":
             frame = stream.frame(stream.video.seconds / 2)
             Image.fromarray(frame).save(frame_path)
-            faults += cover_faults(frame) + (entry_faults(stream) if run.protocol == "SRT" else [])
-        run.faults += [f"{name}: {fault}" for fault in faults]
+            problems += cover_problems(frame)
+        run.problems += [f"{name}: {problem}" for problem in problems]
 
 
 def demonstrate(protocol: str, arguments: argparse.Namespace, root: Path, scenes: Mapping[str, Sequence[Source]],
                 screen: Screen) -> Run:
-    """One whole run with the protocol; a run that breaks off is a fault like any other."""
+    """One whole run with the protocol; a run that breaks off is a problem like any other."""
     out = arguments.out
     folder = HostFolder(root / "host")
+    folder.add_collection("demo", scenes)
+    folder.install_module(built_module())
     with RtmpServer(root / "rtmp") as rtmp, SrtListener(root / "srt") if protocol == "SRT" else nullcontext() as srt:
-        run = Run(protocol, (srt or rtmp).url)
         folder.add_profile(Profile("demo", rtmp.url, "main"))
-        folder.add_collection("demo", scenes)
-        folder.install_module(built_module())
+        run = Run(protocol, (srt or rtmp).url, LiveHost(folder, screen, "demo", "demo"))
         try:
-            run_host(run, folder, screen, arguments.seconds, out / "host.png")
+            run_host(run, screen, arguments.seconds, out / "host.png")
             kept = {"main": rtmp.recording("main"), "vertical": srt.recording() if srt else rtmp.recording("vertical")}
             for name, path in kept.items():
                 copy = out / f"{name}{path.suffix}"
@@ -148,7 +138,7 @@ def demonstrate(protocol: str, arguments: argparse.Namespace, root: Path, scenes
                 run.streams[name] = Received(path if copy.exists() else Path(shutil.copyfile(path, copy)))
             check(run, arguments.seconds, out / "frame.png")
         except (HostError, OSError) as error:
-            run.faults.append(f"broke off: {error}")
+            run.problems.append(f"broke off: {error}")
     return run
 
 
@@ -172,17 +162,17 @@ def main() -> int:
         scenes = {"Stage": busy_sources(root), "Pause": pause_sources(root)}
         runs = [demonstrate(protocol, arguments, root / protocol, scenes, screen)
                 for protocol in arguments.protocols or ("RTMP", "SRT")]
-    (out / "host.log").write_text("".join(run.log for run in runs))
-    print("", table([column(f"{name} ({run.protocol})", stream, run.frames, run.leaks)
+    (out / "host.log").write_text("".join(run.host.log() for run in runs))
+    print("", table([column(f"{name} ({run.protocol})", stream, run.frames, run.host.leaks())
                      for run in runs for name, stream in run.streams.items() if stream.videos]), "", sep="\n")
     for run in runs:
         if run.frames and run.frames.lagged > SLOW_SHARE * run.frames.rendered:
             print(f"NOTE   {run.protocol}: the host repeated frames that it could not compose in time; without a\n"
                   "       graphics card it takes more than two free processor cores to compose them all.")
-    faults = [f"FAULT  {run.protocol}: {fault}" for run in runs for fault in run.faults]
-    print(*faults, f"{len(faults)} faults." if faults else "All is as it should be.", sep="\n")
+    problems = [f"PROBLEM  {run.protocol}: {problem}" for run in runs for problem in run.problems]
+    print(*problems, f"{len(problems)} problems." if problems else "All is as it should be.", sep="\n")
     print(f"The results are in {out}")
-    return 1 if faults else 0
+    return 1 if problems else 0
 
 
 if __name__ == "__main__":

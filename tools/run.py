@@ -13,21 +13,12 @@ from livehost.host import LiveHost
 from livehost.scene import busy_sources
 from livehost.screen import user_screen
 
-NAME = "run"
-
-
-def main() -> int:
-    root = Path(__file__).resolve().parents[1] / "build" / "run-config"
-    folder = HostFolder(root)
-    if not folder.profile_folder(NAME).exists():
-        folder.add_collection(NAME, {"Stage": busy_sources(root)})
-        folder.add_profile(Profile(NAME))
-    folder.install_module(built_module())
-    host = LiveHost(folder, user_screen(), NAME, NAME)
-    host.start()
-    print(f"The host runs with the configuration in {root}; close its window to end.", flush=True)
-    return host.process.wait()
-
-
-if __name__ == "__main__":
-    sys.exit(main())
+folder = HostFolder(Path(__file__).resolve().parents[1] / "build" / "run-config")
+if not folder.profile_folder("run").exists():
+    folder.add_collection("run", {"Stage": busy_sources(folder.root)})
+    folder.add_profile(Profile("run"))
+folder.install_module(built_module())
+host = LiveHost(folder, user_screen(), "run", "run")
+host.start()
+print(f"The host runs with the configuration in {folder.root}; close its window to end.", flush=True)
+sys.exit(host.process.wait())

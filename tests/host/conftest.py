@@ -17,7 +17,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
 
 from host_fixture import HostFixture
 from livehost.screen import Screen, virtual_screen
-from livehost.servers import RtmpServer, SrtListener
+from livehost.servers import RtmpServer
 from livehost.waiting import running, wait_until
 
 
@@ -55,10 +55,8 @@ def new_setup(tmp_path_factory):
     numbers = count()
     root = tmp_path_factory.mktemp("host")
     with ExitStack() as screens, RtmpServer(root / "rtmp") as rtmp:
-        srt = SrtListener(root / "srt")
         screen = cache(lambda kind: screens.enter_context(SCREENS[kind]()))
-        yield lambda kind="x11": HostFixture(root / str(next(numbers)), screen(kind), rtmp, srt)
-        srt.stop()
+        yield lambda kind="x11": HostFixture(root / str(next(numbers)), screen(kind), rtmp)
 
 
 @pytest.fixture

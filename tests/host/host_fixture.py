@@ -14,14 +14,13 @@ from livehost.host import LiveHost
 from livehost.received import Received
 from livehost.scene import HEIGHT, LEFT_RGB, RIGHT_RGB, THIRD, WIDTH, still_source
 from livehost.screen import Screen
-from livehost.servers import RtmpServer, SrtListener
+from livehost.servers import RtmpServer
 from livehost.waiting import wait_until
 from PIL import Image, ImageDraw
 
 FPS = 30
 # Short streams on a busy machine may lack a few frames.
 VERTICAL = Format(216, 384, FPS, rate_tolerance=0.05)
-BOX_TITLE = "Vertical Canvas \u00e2\u20ac\u201d Stream Error"
 
 
 def marking() -> Image.Image:
@@ -39,8 +38,8 @@ def marking() -> Image.Image:
 
 
 class HostFixture:
-    def __init__(self, root: Path, screen: Screen, rtmp: RtmpServer, srt: SrtListener) -> None:
-        self.screen, self.rtmp, self.srt = screen, rtmp, srt
+    def __init__(self, root: Path, screen: Screen, rtmp: RtmpServer) -> None:
+        self.screen, self.rtmp = screen, rtmp
         self.main_key, self.vertical_key = f"main{root.name}", f"vertical{root.name}"
         self.folder = HostFolder(root)
         self.module_config = self.folder.module_config
@@ -86,16 +85,6 @@ class HostFixture:
         width, height = (int(scale * side) for side in size)
         left, top = left + (space[0] - width) // 2, top + (space[1] - height) // 2
         return np.asarray(Image.open(path).convert("RGB"))[top:top + height, left:left + width]
-
-    def close_box(self) -> None:
-        """Waits for the one stream error box, and closes it as a user at the keyboard does."""
-        def boxes() -> list[str]:
-            found = self.screen.xdotool("search", "--onlyvisible", "--name", "Stream Error")
-            return [window for window in found if self.screen.xdotool("getwindowname", window) == [BOX_TITLE]]
-        box, = wait_until(boxes, 10, "message box")
-        wait_until(lambda: self.screen.xdotool("getactivewindow") == [box], 10, "message box active")
-        self.screen.xdotool("key", "Return")
-        wait_until(lambda: not boxes(), 10, "message box closed")
 
 
 def vertical_frames(host: LiveHost) -> tuple[int, int]:

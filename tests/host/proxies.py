@@ -1,13 +1,12 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 """The network between the host and a server, on the loopback, with its faults. Proxies last as long as the process."""
 
+import asyncio
 import random
-import select
 import socket
 import struct
 import threading
 import time
-from collections import deque
 from contextlib import suppress
 
 LOOPBACK = "127.0.0.1"
@@ -25,11 +24,9 @@ class TcpProxy:
         self._server = (LOOPBACK, server_port)
         self.callers: list[socket.socket] = []
         self._flows = threading.Event()
-        self._listener = socket.socket()
+        self._listener = socket.create_server((LOOPBACK, 0))
         self._listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, _RECEIVE_BUFFER_BYTES)
         self._listener.setsockopt(socket.IPPROTO_TCP, socket.TCP_MAXSEG, _SEGMENT_BYTES)
-        self._listener.bind((LOOPBACK, 0))
-        self._listener.listen()
         self.port = self._listener.getsockname()[1]
         self.mend()
         threading.Thread(target=self._accept, daemon=True).start()
@@ -85,10 +82,12 @@ class UdpProxy:
 
     def __init__(self, server_port: int, delay_seconds: float = 0.0) -> None:
         self._server, self._delay_seconds, self._loss = (LOOPBACK, server_port), delay_seconds, 0.0
-        self._front = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self._front.bind((LOOPBACK, 0))
+        self._chance = random.Random(1)
+        self._routes: dict[object, tuple[socket.socket, tuple[str, int]]] = {}  # by caller or by its relay
+        self._loop = asyncio.new_event_loop()
+        self._front = self._open()
         self.port = self._front.getsockname()[1]
-        threading.Thread(target=self._relay, daemon=True).start()
+        threading.Thread(target=self._loop.run_forever, daemon=True).start()
 
     def cut(self, share: float = 1.0) -> None:
         self._loss = share
@@ -96,22 +95,17 @@ class UdpProxy:
     def mend(self) -> None:
         self._loss = 0.0
 
-    def _relay(self) -> None:
-        chance = random.Random(1)
-        relays: dict[tuple[str, int], socket.socket] = {}  # one for each caller
-        delayed: deque[tuple[float, socket.socket, bytes, tuple[str, int]]] = deque()
-        while True:
-            wait = max(delayed[0][0] - time.monotonic(), 0) if delayed else None
-            for end in select.select([self._front, *relays.values()], [], [], wait)[0]:
-                data, sender = end.recvfrom(_CHUNK_BYTES)
-                target, address = self._front, self._server
-                if end is self._front:
-                    target = relays.get(sender) or socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-                    relays[sender] = target
-                else:
-                    address = next(caller for caller, relay in relays.items() if relay is end)
-                if chance.random() >= self._loss:
-                    delayed.append((time.monotonic() + self._delay_seconds, target, data, address))
-            while delayed and delayed[0][0] <= time.monotonic():
-                _, target, data, address = delayed.popleft()
-                target.sendto(data, address)
+    def _open(self) -> socket.socket:
+        end = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        end.bind((LOOPBACK, 0))
+        self._loop.add_reader(end, self._relay, end)
+        return end
+
+    def _relay(self, end: socket.socket) -> None:
+        data, sender = end.recvfrom(_CHUNK_BYTES)
+        if end is self._front and sender not in self._routes:
+            relay = self._open()
+            self._routes |= {sender: (relay, self._server), relay: (self._front, sender)}
+        target, address = self._routes[sender if end is self._front else end]
+        if self._chance.random() >= self._loss:
+            self._loop.call_later(self._delay_seconds, target.sendto, data, address)

@@ -106,10 +106,8 @@ def test_remembers_its_place(any_screen):
                 before = place(user)
 
 
-LONG = [pytest.param(resilient, 100, marks=pytest.mark.long) for resilient in (False, True)]
-
-
-@pytest.mark.parametrize(("resilient", "rounds"), [(False, 1), (True, 1), *LONG])
+@pytest.mark.parametrize("rounds", [1, pytest.param(100, marks=pytest.mark.long)])
+@pytest.mark.parametrize("resilient", [False, True])
 def test_follows_the_profile(setup, resilient, rounds):
     """A dock that loses its runtime or works on with one that is gone, a live vertical stream that keeps the host's own
     canvas at the old profile's size, or that leaves something."""

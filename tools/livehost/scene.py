@@ -61,7 +61,7 @@ def busy_sources(folder: Path) -> list[Source]:
             Source("clip", "ffmpeg_source", clip, x=445, y=180)]
 
 
-def cover_faults(frame: np.ndarray) -> list[str]:
+def cover_problems(frame: np.ndarray) -> list[str]:
     """Whether the frame shows the busy scene's middle third from edge to edge, judged by its top corners."""
     height, width, _ = frame.shape
     corners = {"left": frame[: height // 40, : width // 40], "right": frame[: height // 40, -(width // 40):]}

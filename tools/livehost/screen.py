@@ -8,7 +8,7 @@ from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
 
-from .waiting import DeadlineError, running, wait_until
+from .waiting import running, wait_until
 
 
 class Screen:
@@ -52,7 +52,7 @@ def virtual_screen(width: int = 1600, height: int = 1000) -> Iterator[Screen]:
         ready, _, _ = select.select([server.stdout], [], [], 20)
         number = server.stdout.readline().strip() if ready else ""
         if not number:
-            raise DeadlineError("the virtual X server did not start")
+            raise TimeoutError("the virtual X server did not start")
         screen = Screen({"DISPLAY": f":{number}", "QT_QPA_PLATFORM": "xcb", "LIBGL_ALWAYS_SOFTWARE": "1"})
         with running("openbox", env=os.environ | screen.environment, stdout=subprocess.DEVNULL,
                      stderr=subprocess.DEVNULL):

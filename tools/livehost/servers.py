@@ -5,7 +5,7 @@ import re
 import socket
 import subprocess
 from pathlib import Path
-from typing import IO, Self
+from typing import Self
 
 from .waiting import end_child, wait_until
 
@@ -24,12 +24,13 @@ def _sockets(port: int, *options: str) -> int:
 
 
 class _Server:
-    """A server process on a port; may be started again after it has ended."""
+    """A server process on a port for the length of a block; may be started again after it has ended."""
 
     def __init__(self, folder: Path, kind: socket.SocketKind) -> None:
         folder.mkdir(parents=True, exist_ok=True)
         self.folder = folder
         self.port = free_port(kind)
+        self._listening = "-ul" if kind == socket.SOCK_DGRAM else "-tl"
         self._process: subprocess.Popen | None = None
 
     def __enter__(self) -> Self:
@@ -41,23 +42,19 @@ class _Server:
 
     def start(self) -> None:
         """Does nothing while it runs."""
-        if not self._process or self._process.poll() is not None:
-            self._start()
+        if self._process and self._process.poll() is None:
+            return
+        process = self._process = self._launch()
+        wait_until(lambda: process.poll() is not None or _sockets(self.port, self._listening), 20, "server ready")
+        if process.poll() is not None:
+            raise RuntimeError(f"{process.args} did not start, see {self.folder}")
 
     def stop(self) -> None:
-        if self._process:
-            end_child(self._process)
+        end_child(self._process)
 
     def kill(self) -> None:
         self._process.kill()
         self._process.wait()
-
-    def _run(self, command: list[str], listening: str, output: IO[bytes] | None = None) -> None:
-        self._process = subprocess.Popen(command, stdout=output)
-        wait_until(lambda: self._process.poll() is not None or _sockets(self.port, listening), 20,
-                   f"{command[0]} ready")
-        if self._process.poll() is not None:
-            raise RuntimeError(f"{command[0]} did not start, see {self.folder}")
 
 
 class RtmpServer(_Server):
@@ -67,7 +64,7 @@ class RtmpServer(_Server):
         super().__init__(folder, socket.SOCK_STREAM)
         self.url = f"rtmp://127.0.0.1:{self.port}/live"
 
-    def _start(self) -> None:
+    def _launch(self) -> subprocess.Popen:
         built = subprocess.run(["nginx", "-V"], capture_output=True, text=True, check=True).stderr
         modules = re.search(r"--modules-path=(\S+)", built)
         values = {"MODULE": f"{modules[1] if modules else '/usr/lib/nginx/modules'}/ngx_rtmp_module.so",
@@ -75,9 +72,9 @@ class RtmpServer(_Server):
         template = Path(__file__).with_name("nginx.conf").read_text()
         config = self.folder / "nginx.conf"
         config.write_text(re.sub("@([A-Z]+)@", lambda name: values[name[1]], template))
-        self._run(["nginx", "-e", str(self.folder / "error.log"), "-p", str(self.folder), "-c", str(config)], "-tl")
+        return subprocess.Popen(["nginx", "-e", self.folder / "error.log", "-p", self.folder, "-c", config])
 
-    def recordings(self, key: str) -> list[Path]:
+    def recordings(self, key: str = "*") -> list[Path]:
         """Oldest first."""
         return sorted(self.folder.glob(f"{key}-*.flv"))
 
@@ -99,16 +96,17 @@ class SrtListener(_Server):
     def __init__(self, folder: Path, options: str = "&tlpktdrop=no", reconnect: bool = False) -> None:
         super().__init__(folder, socket.SOCK_DGRAM)
         self.url = f"srt://127.0.0.1:{self.port}"
-        self.recordings: list[Path] = []
         self._command = ["srt-live-transmit", "-q", "-a", "yes" if reconnect else "no",
                          f"{self.url}?mode=listener{options}", "file://con"]
 
-    def _start(self) -> None:
-        self.recordings.append(self.folder / f"{len(self.recordings)}.ts")
-        with self.recordings[-1].open("wb") as output:
-            self._run(self._command, "-ul", output)
+    def _launch(self) -> subprocess.Popen:
+        with (self.folder / f"{len(self.recordings())}.ts").open("wb") as output:
+            return subprocess.Popen(self._command, stdout=output)
+
+    def recordings(self) -> list[Path]:
+        return sorted(self.folder.glob("*.ts"))
 
     def recording(self) -> Path:
         """That of the one call, complete once the caller has hung up."""
         wait_until(lambda: self._process.poll() is not None, 20, "SRT caller hung up")
-        return self.recordings[-1]
+        return self.recordings()[-1]

@@ -6,27 +6,17 @@ import subprocess
 import time
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager
-from typing import Any, TypeVar
-
-Result = TypeVar("Result")
-
-POLL_SECONDS = 0.05
+from typing import Any
 
 
-class DeadlineError(TimeoutError):
-    """A condition did not come true in time; the text names the condition."""
-
-
-def wait_until(condition: Callable[[], Result], seconds: float, what: str) -> Result:
+def wait_until[Result](condition: Callable[[], Result], seconds: float, what: str) -> Result:
     """Polls the condition until it yields something true, and returns that."""
     deadline = time.monotonic() + seconds
-    while True:
-        result = condition()
-        if result:
-            return result
+    while not (result := condition()):
         if time.monotonic() > deadline:
-            raise DeadlineError(f"{what}: not within {seconds:g} s")
-        time.sleep(POLL_SECONDS)
+            raise TimeoutError(f"{what}: not within {seconds:g} s")
+        time.sleep(0.05)
+    return result
 
 
 def end_child(process: subprocess.Popen, seconds: float = 10, request: signal.Signals = signal.SIGTERM) -> bool:

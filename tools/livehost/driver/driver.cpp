@@ -20,6 +20,7 @@
 #include <QPointer>
 #include <QTest>
 
+#include <algorithm>
 #include <csignal>
 #include <execinfo.h>
 #include <fcntl.h>
@@ -37,6 +38,9 @@ constexpr int kBelowAnother = -1;
 QWidget *find_requested(const QJsonObject &request) {
     const QWidget *dialog = QApplication::activeModalWidget();
     const auto is_requested = [&](const QWidget *widget) {
+        if (!widget->isVisible()) {
+            return false;
+        }
         if (request["name"].isString()) {
             return widget->objectName() == request["name"].toString();
         }
@@ -46,12 +50,9 @@ QWidget *find_requested(const QJsonObject &request) {
                                                        : widget->inherits("QLineEdit");
         return fits && dialog && dialog->isAncestorOf(widget);
     };
-    for (QWidget *widget : QApplication::allWidgets()) {
-        if (widget->isVisible() && is_requested(widget)) {
-            return widget;
-        }
-    }
-    return nullptr;
+    const QWidgetList widgets = QApplication::allWidgets();
+    const auto found = std::ranges::find_if(widgets, is_requested);
+    return found == widgets.end() ? nullptr : *found;
 }
 
 // The widget's properties, with "x" and "y" on the screen, and a list's "items".
