@@ -110,7 +110,7 @@ prepare_environment() {
   fi
   root=$(root_dir)
   [ -d "$root" ] || root=$(root_dir "$@")
-  [ -d "$root" ] && { command -v bwrap >/dev/null || command -v chroot >/dev/null; } && return
+  [ -d "$root" ] && return
   mkdir -p "$cache_dir"
   exec 9>"$cache_dir/lock"
   flock 9
