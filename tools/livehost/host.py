@@ -15,8 +15,6 @@ from .folder import HostFolder
 from .screen import Screen
 from .waiting import end_child, wait_until
 
-_VERTICAL_TYPES = "cv_vertical_mux_rtmp", "cv_vertical_mux_resilient"
-_MAIN_OUTPUTS = "simple_stream", "adv_stream"
 _SUCCESS, _NOT_READY = 100, 207  # obs-websocket's
 
 
@@ -135,17 +133,14 @@ class LiveHost:
 
     def vertical_output(self) -> dict[str, Any] | None:
         """The module's output as the host lists it; none while no stream was ever started."""
-        return self._output("outputKind", *_VERTICAL_TYPES)
+        outputs = self.request("GetOutputList")["outputs"]
+        return next((output for output in outputs if output["outputKind"].startswith("cv_vertical_mux_")), None)
 
     def vertical_active(self) -> bool:
         return (self.vertical_output() or {}).get("outputActive", False)
 
     def main_active(self) -> bool:
-        return (self._output("outputName", *_MAIN_OUTPUTS) or {}).get("outputActive", False)
-
-    def _output(self, key: str, *values: str) -> dict[str, Any] | None:
-        outputs = self.request("GetOutputList")["outputs"]
-        return next((output for output in outputs if output[key] in values), None)
+        return self.request("GetStreamStatus")["outputActive"]
 
     def _alive(self) -> bool:
         if self.process.poll() is not None:

@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""Screens for the host: an invisible one, or the user's."""
+"""Screens for the host: invisible ones, or the user's."""
 
 import os
 import select
+import shutil
 import subprocess
+import tempfile
 from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
@@ -59,3 +61,29 @@ def virtual_screen(width: int = 1600, height: int = 1000) -> Iterator[Screen]:
             # Only a running window manager announces the number of desktops.
             wait_until(lambda: screen.xdotool("get_num_desktops"), 20, "window manager ready")
             yield screen
+
+
+class WaylandScreen(Screen):
+    def grab(self, path: Path) -> bool:
+        with tempfile.TemporaryDirectory() as folder:
+            environment = os.environ | self.environment
+            subprocess.run(["weston-screenshooter"], env=environment, cwd=folder, check=True, timeout=30)
+            picture, = Path(folder).iterdir()
+            shutil.move(picture, path)
+        return True
+
+
+@contextmanager
+def wayland_screen(shell: str = "desktop", width: int = 1600, height: int = 1000, scale: int = 1) -> Iterator[Screen]:
+    """A compositor without a monitor. Each of its lengths is `scale` pixels. With the shell "kiosk" the host's window
+    fills it, so that places in the window, which is all that a program knows here, are places on the screen; that
+    shell does not outlive many hosts."""
+    with tempfile.TemporaryDirectory() as runtime, running(
+            "weston", "--backend=headless", "--renderer=gl", f"--width={width}", f"--height={height}",
+            f"--scale={scale}", f"--shell={shell}-shell.so", "--socket=screen", "--no-config", "--debug",
+            env=os.environ | {"XDG_RUNTIME_DIR": runtime, "LIBGL_ALWAYS_SOFTWARE": "1"},
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL):
+        socket = Path(runtime, "screen")
+        wait_until(socket.exists, 20, "Wayland compositor ready")
+        yield WaylandScreen({"WAYLAND_DISPLAY": str(socket), "QT_QPA_PLATFORM": "wayland",
+                             "LIBGL_ALWAYS_SOFTWARE": "1"}, scale)
