@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
 
 using namespace corvane;
 using namespace corvane::test;
@@ -46,41 +45,18 @@ Buffer make_payload(FuzzedDataProvider &input) {
 }
 
 // What must hold for the packets of one stream.
-class Invariants {
+class Stream {
 public:
-    Invariants(const Muxer &muxer, const Buffer &extradata)
-        : muxer_(muxer) {
-        const Block headers = avcc_to_annexb_headers(extradata);
-        check(!headers || (extradata[0] == 1 && is_annexb({headers.data.get(), headers.size})),
-            "parameter sets come from a record, behind start codes");
-    }
-
-    void check_packet(const AVPacket &out, const encoder_packet &in) {
-        const Bytes payload(in.data, in.size);
+    void check_packet(const AVPacket &out, const encoder_packet &in, const Muxer &muxer) {
+        const Bytes payload(in.data, in.size), bytes = payload_of(out);
         const bool video = in.type == OBS_ENCODER_VIDEO;
-        const bool filtered = muxer_.is_srt && video && !is_annexb(payload);
-        const AVStream *stream = video ? muxer_.video : muxer_.audio[in.track_idx];
+        const bool filtered = muxer.is_srt && video && !is_annexb(payload);
+        const AVStream *stream = video ? muxer.video : muxer.audio[in.track_idx];
         check(stream && out.stream_index == stream->index, "a packet keeps its track");
-        const Bytes bytes = payload_of(out);
         const bool key = (out.flags & AV_PKT_FLAG_KEY) || has_idr(bytes);
         check(started_ || (video && key), "a keyframe is first");
-        check_times(out, video);
-
-        check(out.size < 1 << 20, "a packet does not grow without bound");
-        check(filtered ||
-                  std::ranges::equal(bytes.last(std::min(bytes.size(), payload.size())), payload),
-            "the payload is whole");
-        if (muxer_.is_srt && video) {
-            check(has_aud(bytes) && (filtered || is_annexb(bytes)),
-                "every access unit has its delimiter");
-        } else {
-            check(bytes.size() == payload.size(), "nothing is added");
-        }
         started_ = true;
-    }
 
-private:
-    void check_times(const AVPacket &out, bool video) {
         int64_t &last = last_dts_[static_cast<size_t>(out.stream_index)];
         check(!video || (out.dts != kNone && out.pts != kNone && out.duration >= 1),
             "a frame has its times");
@@ -89,9 +65,20 @@ private:
         check(out.dts == kNone || last == kNone || out.dts > last || last == INT64_MAX,
             "decoding times grow");
         last = out.dts == kNone ? last : out.dts;
+
+        check(out.size < 1 << 20, "a packet does not grow without bound");
+        check(filtered ||
+                  std::ranges::equal(bytes.last(std::min(bytes.size(), payload.size())), payload),
+            "the payload is whole");
+        if (muxer.is_srt && video) {
+            check(has_aud(bytes) && (filtered || is_annexb(bytes)),
+                "every access unit has its delimiter");
+        } else {
+            check(bytes.size() == payload.size(), "nothing is added");
+        }
     }
 
-    const Muxer &muxer_;
+private:
     std::array<int64_t, 3> last_dts_ = {kNone, kNone, kNone};
     bool started_ = false;
 };
@@ -105,12 +92,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const Buffer extradata =
         input.ConsumeBool() ? kAvcc : input.ConsumeBytes<uint8_t>(input.ConsumeIntegral<uint8_t>());
     PacketPathFixture path(srt, extradata);
-    std::optional<Invariants> invariants(std::in_place, path.muxer(), extradata);
+    const Block headers = avcc_to_annexb_headers(extradata);
+    check(!headers || (extradata[0] == 1 && is_annexb({headers.data.get(), headers.size})),
+        "parameter sets come from a record, behind start codes");
+    Stream stream;
     int64_t now = 0;
-    while (path.usable() && input.remaining_bytes() > 0) {
+    while (path.usable && input.remaining_bytes() > 0) {
         if (input.ConsumeIntegral<uint8_t>() == 0xFF) {
-            path.begin_stream();
-            invariants.emplace(path.muxer(), extradata);
+            path.path.begin_stream(path.muxer);
+            stream = {};
         }
         encoder_packet packet = {};
         packet.type = input.ConsumeBool() ? OBS_ENCODER_VIDEO : OBS_ENCODER_AUDIO;
@@ -127,8 +117,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         packet.size = payload.size();
         check(path.send(packet) || (srt && packet.type == OBS_ENCODER_VIDEO && !is_annexb(payload)),
             "only the filter can refuse a packet");
-        for (const PacketHandle &out : path.take()) {
-            invariants->check_packet(*out, packet);
+        for (const PacketHandle &out : path.sent) {
+            stream.check_packet(*out, packet, path.muxer);
         }
     }
     return 0;
