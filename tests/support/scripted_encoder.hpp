@@ -5,8 +5,6 @@
 
 #include <obs.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <memory>
 
@@ -34,72 +32,68 @@ public:
             info.id = video ? "scripted_h264" : "scripted_aac";
             info.codec = video ? "h264" : "aac";
             info.type = video ? OBS_ENCODER_VIDEO : OBS_ENCODER_AUDIO;
-            info.get_name = [](void *) {
-                return "Scripted";
-            };
-            info.create = [](obs_data_t *, obs_encoder_t *encoder) -> void * {
-                return new ScriptedEncoder(obs_encoder_get_type(encoder) == OBS_ENCODER_VIDEO);
-            };
-            info.destroy = [](void *self) {
-                delete static_cast<ScriptedEncoder *>(self);
-            };
-            info.encode = [](void *self, encoder_frame *frame, encoder_packet *packet,
-                              bool *received) {
-                return static_cast<ScriptedEncoder *>(self)->encode(*frame, *packet, *received);
-            };
-            info.get_extra_data = [](void *self, uint8_t **data, size_t *size) {
-                return static_cast<ScriptedEncoder *>(self)->header(*data, *size);
-            };
-            info.get_frame_size = [](void *) -> size_t {
-                return 1024;
-            };
+            info.get_name = name;
+            info.create = create;
+            info.destroy = destroy;
+            info.encode = encode;
+            info.get_extra_data = header;
+            info.get_frame_size = frame_size;
             obs_register_encoder_s(&info, sizeof(info));
         }
     }
 
 private:
-    explicit ScriptedEncoder(bool video)
-        : video_(video)
-        , header_(video ? kAvcc : Buffer{0x11, 0x90}) {}
+    static const char *name(void *) { return "Scripted"; }
+    static size_t frame_size(void *) { return 1024; }
+    static void *create(obs_data_t *, obs_encoder_t *encoder) {
+        auto *self = new ScriptedEncoder;
+        self->video_ = obs_encoder_get_type(encoder) == OBS_ENCODER_VIDEO;
+        return self;
+    }
+    static void destroy(void *self) { delete static_cast<ScriptedEncoder *>(self); }
 
-    bool encode(const encoder_frame &frame, encoder_packet &packet, bool &received) {
-        if (video_) {
-            if (script_->fails || script_->stalls) {
-                return !script_->fails;
+    static bool encode(void *data, encoder_frame *frame, encoder_packet *packet, bool *received) {
+        auto &self = *static_cast<ScriptedEncoder *>(data);
+        if (self.video_) {
+            if (self.script_->fails || self.script_->stalls) {
+                return !self.script_->fails;
             }
-            packet.keyframe = frames_ % 15 == 0;
-            payload_ = video_frame(packet.keyframe ? 0x65 : 0x41);
+            packet->keyframe = self.frames_ % 15 == 0;
+            self.make_frame(packet->keyframe);
         } else {
-            packet.timebase_num = 1;
-            packet.timebase_den = 48000;
+            packet->timebase_num = 1;
+            packet->timebase_den = 48000;
         }
-        ++frames_;
-        packet.type = video_ ? OBS_ENCODER_VIDEO : OBS_ENCODER_AUDIO;
-        packet.data = payload_.data();
-        packet.size = payload_.size();
-        packet.pts = packet.dts = frame.pts;
-        return received = true;
+        ++self.frames_;
+        packet->type = self.video_ ? OBS_ENCODER_VIDEO : OBS_ENCODER_AUDIO;
+        packet->data = self.payload_.data();
+        packet->size = self.payload_.size();
+        packet->pts = packet->dts = frame->pts;
+        return *received = true;
     }
 
-    Buffer video_frame(uint8_t nal_header) const {
-        const std::array<uint8_t, 6> opening{0, 0, 0, 1, nal_header, 0x88};
-        Buffer frame(opening.begin() + script_->short_start_codes, opening.end());
-        frame.resize(script_->frame_bytes, 0x84);
-        if (frame.size() > opening.size()) {
-            frame.back() = static_cast<uint8_t>(frames_ % 240 + 1);
-        }
-        return frame;
+    static bool header(void *data, uint8_t **bytes, size_t *size) {
+        auto &self = *static_cast<ScriptedEncoder *>(data);
+        Buffer &header = self.video_ ? self.video_header_ : self.audio_header_;
+        *bytes = header.data();
+        *size = header.size();
+        return self.frames_ > 0 &&
+               (self.video_ ? self.script_->video_header : self.script_->audio_header);
     }
 
-    bool header(uint8_t *&data, size_t &size) {
-        data = header_.data();
-        size = header_.size();
-        return frames_ > 0 && (video_ ? script_->video_header : script_->audio_header);
+    void make_frame(bool keyframe) {
+        payload_ = keyframe ? kIdr : kSlice;
+        payload_.erase(payload_.begin(), payload_.begin() + script_->short_start_codes);
+        payload_.resize(script_->frame_bytes, 0x84);
+        if (payload_.size() > 6) {
+            payload_.back() = static_cast<uint8_t>(frames_ % 240 + 1);
+        }
     }
 
     const std::shared_ptr<EncoderScript> script_ = EncoderScript::current;
-    const bool video_;
-    Buffer header_;
+    bool video_ = false;
+    Buffer video_header_ = kAvcc;
+    Buffer audio_header_ = {0x11, 0x90};
     Buffer payload_ = {0x21, 0x10, 0x04, 0x60, 0x8C, 0x1C}; // silence
     std::atomic<int> frames_ = 0;                           // counted by one thread, read by others
 };
