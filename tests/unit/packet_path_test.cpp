@@ -4,7 +4,8 @@
 
 #include <gtest/gtest.h>
 
-namespace corvane::test {
+using namespace corvane;
+using namespace corvane::test;
 
 namespace {
 
@@ -100,5 +101,3 @@ TEST(FlvPath, starts_at_a_keyframe_and_each_track_at_its_own_start) {
 }
 
 } // namespace
-
-} // namespace corvane::test

