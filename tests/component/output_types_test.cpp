@@ -11,6 +11,11 @@
 #include <optional>
 #include <system_error>
 
+using namespace corvane;
+using namespace corvane::test;
+using namespace std::chrono_literals;
+using namespace testing;
+
 namespace {
 
 std::atomic<bool> no_threads = false;
@@ -32,19 +37,7 @@ void wrapped_start(void *thread, void *state, void (*depend)()) {
     real_start(thread, state, depend);
 }
 
-namespace corvane::test {
-
 namespace {
-
-using namespace std::chrono_literals;
-using testing::AllOf;
-using testing::Each;
-using testing::ElementsAre;
-using testing::Ge;
-using testing::HasSubstr;
-using testing::Le;
-using testing::Not;
-using testing::Pair;
 
 // Of the resilient type, which keeps it out of the log.
 constexpr const char *kKey = "key-nobody-may-see";
@@ -99,7 +92,7 @@ TEST_F(OutputTypes, resilient_comes_back_when_the_server_does) {
 
     first.reset();
     ASSERT_TRUE(wait_until([&] { return stream.state().starts_with("reconnecting"); }));
-    EXPECT_THAT(log.matching("connection lost"), testing::SizeIs(1));
+    EXPECT_THAT(log.matching("connection lost"), SizeIs(1));
     for (const char *delay : {"next attempt in 2 s", "next attempt in 3 s"}) {
         EXPECT_TRUE(log.wait_for(delay)) << "gave up, or hurries";
     }
@@ -117,7 +110,7 @@ TEST_F(OutputTypes, resilient_comes_back_when_the_server_does) {
     ASSERT_FALSE(recording.frames.empty());
     EXPECT_EQ(recording.frames.front() % 15, 1) << "does not begin with a keyframe";
     EXPECT_EQ(recording.audio_tracks, 2);
-    EXPECT_THAT(recording.first_dts, Each(Pair(testing::_, AllOf(Ge(0), Le(30)))));
+    EXPECT_THAT(recording.first_dts, Each(Pair(_, AllOf(Ge(0), Le(30)))));
 }
 
 // An error has to end the stream once, with a reason the user can act on, and leave an output that
@@ -154,8 +147,10 @@ TEST_F(OutputTypes, end_with_the_reason_when_they_cannot_connect) {
 TEST_F(OutputTypes, standard_ends_when_it_is_refused_during_the_start) {
     ScriptedStream stream(kMuxOutputId, loopback(free_port()), "early");
     // Packets come from here on, while the output's own start has not gone on yet.
-    stream.connect(
-        "start", [this](calldata_t *) { EXPECT_TRUE(log.wait_for("open_muxer fatal")); });
+    const auto wait = [](void *log, calldata_t *) {
+        EXPECT_TRUE(static_cast<LogCapture *>(log)->wait_for("open_muxer fatal"));
+    };
+    const OBSSignal begun(obs_output_get_signal_handler(stream.output), "start", wait, &log);
     ASSERT_TRUE(stream.start()) << stream.last_error();
     EXPECT_TRUE(wait_until([&] { return !stream.active(); }));
     EXPECT_THAT(stream.stop_codes(), ElementsAre(OBS_OUTPUT_SUCCESS, OBS_OUTPUT_ERROR));
@@ -168,7 +163,10 @@ TEST_F(OutputTypes, standard_starts_at_once_while_a_packet_is_connecting) {
     ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
     ScriptedStream stream(kMuxOutputId, loopback(server.serverPort()), "slow");
     std::latch connecting(1);
-    stream.connect("start", [&](calldata_t *) { connecting.wait(); });
+    const auto wait = [](void *latch, calldata_t *) {
+        static_cast<std::latch *>(latch)->wait();
+    };
+    const OBSSignal begun(obs_output_get_signal_handler(stream.output), "start", wait, &connecting);
     auto started = std::async(std::launch::async, [&] { return stream.start(); });
     EXPECT_TRUE(server.waitForNewConnection(20'000));
     connecting.count_down();
@@ -229,5 +227,3 @@ TEST_F(OutputTypes, end_with_a_message_when_there_is_no_thread) {
 }
 
 } // namespace
-
-} // namespace corvane::test

@@ -11,32 +11,32 @@ extern "C" {
 #include <functional>
 #include <list>
 
-namespace corvane::test {
+using namespace corvane;
+using namespace corvane::test;
+using namespace std::chrono_literals;
 
 namespace {
-
-using namespace std::chrono_literals;
 
 constexpr size_t kSilentTrack = 2;
 
 // What the stream does from the fault on, and the codes of its "stop" signals.
 struct Expected {
-    enum { kArrives, kHalts, kEnds } outcome;
+    enum { kOn, kHalted, kEnded } outcome;
     std::vector<int> codes;
     std::string message; // the last error
 };
-const Expected goes_on{Expected::kArrives, {OBS_OUTPUT_SUCCESS}, ""};
-const Expected halts{Expected::kHalts, {OBS_OUTPUT_SUCCESS}, ""};
-const Expected fails{Expected::kEnds, {OBS_OUTPUT_ENCODE_ERROR}, ""};
-const Expected stops_and_fails{Expected::kEnds, {OBS_OUTPUT_SUCCESS, OBS_OUTPUT_ENCODE_ERROR}, ""};
-const Expected has_nothing_to_send{
-    Expected::kEnds, {OBS_OUTPUT_ERROR}, "The encoders deliver nothing that could be sent"};
+const Expected kGoesOn{Expected::kOn, {OBS_OUTPUT_SUCCESS}, ""};
+const Expected kHalts{Expected::kHalted, {OBS_OUTPUT_SUCCESS}, ""};
+const Expected kFails{Expected::kEnded, {OBS_OUTPUT_ENCODE_ERROR}, ""};
+const Expected kStopsAndFails{Expected::kEnded, {OBS_OUTPUT_SUCCESS, OBS_OUTPUT_ENCODE_ERROR}, ""};
+const Expected kHasNothingToSend{
+    Expected::kEnded, {OBS_OUTPUT_ERROR}, "The encoders deliver nothing that could be sent"};
 
 // With what the standard type does over RTMP and over SRT, and the resilient one over both.
 struct Fault {
     const char *name;
     std::function<void(ScriptedStream &)> apply;
-    Expected rtmp = goes_on, srt = goes_on, resilient = goes_on;
+    Expected rtmp = kGoesOn, srt = kGoesOn, resilient = kGoesOn;
     bool before_start = false;
 };
 
@@ -81,13 +81,13 @@ void send_20_megabytes(ScriptedStream &stream) {
     stream.send(&packet);
 }
 
-const Fault faults[] = {{"encoder_fails", [](auto &) { EncoderScript::current->fails = true; },
-                            stops_and_fails, stops_and_fails, fails},
-    {"null_packet", [](auto &stream) { stream.send(nullptr); }, fails, fails, fails},
-    {"track_goes_silent", silence_track, halts, halts},
-    {"track_is_silent", silence_track, halts, halts, goes_on, true},
-    {"late_headers", withhold_headers(200), goes_on, goes_on, goes_on, true},
-    {"no_headers", withhold_headers(INT_MAX), halts, halts, has_nothing_to_send, true},
+const Fault kFaults[] = {{"encoder_fails", [](auto &) { EncoderScript::current->fails = true; },
+                             kStopsAndFails, kStopsAndFails, kFails},
+    {"null_packet", [](auto &stream) { stream.send(nullptr); }, kFails, kFails, kFails},
+    {"track_goes_silent", silence_track, kHalts, kHalts},
+    {"track_is_silent", silence_track, kHalts, kHalts, kGoesOn, true},
+    {"late_headers", withhold_headers(200), kGoesOn, kGoesOn, kGoesOn, true},
+    {"no_headers", withhold_headers(INT_MAX), kHalts, kHalts, kHasNothingToSend, true},
     {"no_times", change_times([](int64_t, int64_t) { return AV_NOPTS_VALUE; })},
     {"times_jump_back",
         change_times([](int64_t time, int64_t second) { return time - 10 * second; })},
@@ -96,11 +96,11 @@ const Fault faults[] = {{"encoder_fails", [](auto &) { EncoderScript::current->f
          return time + (int64_t{1} << 34U) / 90000 * second;
      })},
     // Audio waits for video.
-    {"empty_packets", deliver_frames(0, false), halts, halts},
+    {"empty_packets", deliver_frames(0, false), kHalts, kHalts},
     {"four_bytes", deliver_frames(4, true)}, {"short_start_codes", deliver_frames(6, true)},
     // FLV cannot hold it. FFmpeg refuses it with its first byte sent, and the server makes no sense
     // of the rest.
-    {"20_megabytes", send_20_megabytes, halts}};
+    {"20_megabytes", send_20_megabytes, kHalts}};
 
 class PacketFaults : public MuxFixture, public testing::WithParamInterface<Fault> {
 protected:
@@ -118,8 +118,8 @@ protected:
         int frames() const { return obs_output_get_total_frames(stream.output); }
         bool done() const { return !stream.active() || frames() >= target; }
         bool as_expected() const {
-            return expected.outcome == Expected::kEnds ||
-                   arrives == (expected.outcome == Expected::kArrives);
+            return expected.outcome == Expected::kEnded ||
+                   arrives == (expected.outcome == Expected::kOn);
         }
     };
 
@@ -177,7 +177,7 @@ TEST_P(PacketFaults, cost_no_more_than_expected) {
     for (Run &run : runs) {
         SCOPED_TRACE(run.type + (" to " + run.server.url()));
         EXPECT_TRUE(run.as_expected());
-        if (run.expected.outcome == Expected::kEnds) {
+        if (run.expected.outcome == Expected::kEnded) {
             expect_end(run);
         }
         EXPECT_TRUE(run.stream.active());
@@ -188,9 +188,7 @@ TEST_P(PacketFaults, cost_no_more_than_expected) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Both, PacketFaults, testing::ValuesIn(faults),
+INSTANTIATE_TEST_SUITE_P(Both, PacketFaults, testing::ValuesIn(kFaults),
     [](const auto &info) { return info.param.name; });
 
 } // namespace
-
-} // namespace corvane::test

@@ -9,14 +9,14 @@
 #include <random>
 #include <tuple>
 
-namespace corvane::test {
+using namespace corvane;
+using namespace corvane::test;
+using std::chrono::milliseconds;
 
 namespace {
 
-using std::chrono::milliseconds;
-
 // With CVC_LONG set the tests repeat more, and the long stream is a day's.
-const bool long_run = qEnvironmentVariableIntValue("CVC_LONG") != 0;
+const bool kLongRun = qEnvironmentVariableIntValue("CVC_LONG") != 0;
 
 void let_pass(milliseconds time) {
     wait_until([] { return false; }, time);
@@ -37,7 +37,7 @@ TEST_P(StreamEnd, comes_at_any_moment) {
     // Enough to fill whatever lies between the two ends in a moment.
     script().frame_bytes = moment == kStalled ? 512 << 10 : 400;
     LocalServer server(protocol);
-    for (int round = 0; round < (long_run ? 250 : 2); ++round) {
+    for (int round = 0; round < (kLongRun ? 250 : 2); ++round) {
         SCOPED_TRACE(round);
         const std::string key = std::to_string(round);
         ScriptedStream stream(type, server.url(), key);
@@ -73,15 +73,14 @@ INSTANTIATE_TEST_SUITE_P(Standard, StreamEnd,
         EndCase{kMuxOutputId, LocalServer::kRtmp, kWaitingForHeaders},
         EndCase{kMuxOutputId, LocalServer::kSrt, kWaitingForHeaders}));
 
-class LongStream : public MuxFixture, public testing::WithParamInterface<const char *> {
-protected:
-    static long resident_kb() {
-        malloc_trim(0);
-        long pages = 0;
-        std::ifstream("/proc/self/statm").ignore(100, ' ') >> pages;
-        return pages * getpagesize() / 1024;
-    }
-};
+long resident_kb() {
+    malloc_trim(0);
+    long pages = 0;
+    std::ifstream("/proc/self/statm").ignore(100, ' ') >> pages;
+    return pages * getpagesize() / 1024;
+}
+
+class LongStream : public MuxFixture, public testing::WithParamInterface<const char *> {};
 
 // Nothing may pile up however long a stream runs, and no clock may overflow.
 TEST_P(LongStream, keeps_its_size) {
@@ -99,7 +98,7 @@ TEST_P(LongStream, keeps_its_size) {
         moved = moved || arrived > before;
         return moved && arrived == before;
     };
-    const int64_t frames = int64_t{long_run ? 24 * 60 : 10} * 60 * 30;
+    const int64_t frames = int64_t{kLongRun ? 24 * 60 : 10} * 60 * 30;
     long early_kb = 0;
     int64_t audio = 0;
     for (int64_t frame = 300; frame < frames; ++frame) {
@@ -128,5 +127,3 @@ TEST_P(LongStream, keeps_its_size) {
 INSTANTIATE_TEST_SUITE_P(Both, LongStream, testing::Values(kMuxOutputId, kResilientOutputId));
 
 } // namespace
-
-} // namespace corvane::test

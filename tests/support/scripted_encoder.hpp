@@ -46,9 +46,7 @@ private:
     static const char *name(void *) { return "Scripted"; }
     static size_t frame_size(void *) { return 1024; }
     static void *create(obs_data_t *, obs_encoder_t *encoder) {
-        auto *self = new ScriptedEncoder;
-        self->video_ = obs_encoder_get_type(encoder) == OBS_ENCODER_VIDEO;
-        return self;
+        return new ScriptedEncoder{obs_encoder_get_type(encoder) == OBS_ENCODER_VIDEO};
     }
     static void destroy(void *self) { delete static_cast<ScriptedEncoder *>(self); }
 
@@ -59,7 +57,7 @@ private:
                 return !self.script_->fails;
             }
             packet->keyframe = self.frames_ % 15 == 0;
-            self.make_frame(packet->keyframe);
+            self.make_frame(packet->keyframe ? kIdr : kSlice);
         } else {
             packet->timebase_num = 1;
             packet->timebase_den = 48000;
@@ -74,26 +72,26 @@ private:
 
     static bool header(void *data, uint8_t **bytes, size_t *size) {
         auto &self = *static_cast<ScriptedEncoder *>(data);
-        Buffer &header = self.video_ ? self.video_header_ : self.audio_header_;
-        *bytes = header.data();
-        *size = header.size();
+        *bytes = self.header_.data();
+        *size = self.header_.size();
         return self.frames_ > 0 &&
                (self.video_ ? self.script_->video_header : self.script_->audio_header);
     }
 
-    void make_frame(bool keyframe) {
-        payload_ = keyframe ? kIdr : kSlice;
-        payload_.erase(payload_.begin(), payload_.begin() + script_->short_start_codes);
+    void make_frame(const Buffer &start) {
+        payload_.assign(start.begin() + script_->short_start_codes, start.end());
         payload_.resize(script_->frame_bytes, 0x84);
         if (payload_.size() > 6) {
             payload_.back() = static_cast<uint8_t>(frames_ % 240 + 1);
         }
     }
 
+    explicit ScriptedEncoder(bool video)
+        : video_(video) {}
+
     const std::shared_ptr<EncoderScript> script_ = EncoderScript::current;
-    bool video_ = false;
-    Buffer video_header_ = kAvcc;
-    Buffer audio_header_ = {0x11, 0x90};
+    const bool video_;
+    Buffer header_ = video_ ? kAvcc : Buffer{0x11, 0x90};
     Buffer payload_ = {0x21, 0x10, 0x04, 0x60, 0x8C, 0x1C}; // silence
     std::atomic<int> frames_ = 0;                           // counted by one thread, read by others
 };

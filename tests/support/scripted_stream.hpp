@@ -12,8 +12,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <format>
 #include <functional>
-#include <list>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -57,10 +57,12 @@ public:
             obs_encoder_set_audio(encoders_.back(), obs_get_audio());
             obs_output_set_audio_encoder(output, encoders_.back(), track);
         }
-        connect("stop", [this](calldata_t *data) {
-            const std::scoped_lock lock(mutex_);
-            stop_codes_.push_back(static_cast<int>(calldata_int(data, "code")));
-        });
+        const auto on_stop = [](void *self, calldata_t *data) {
+            auto &stream = *static_cast<ScriptedStream *>(self);
+            const std::scoped_lock lock(stream.mutex_);
+            stream.stop_codes_.push_back(static_cast<int>(calldata_int(data, "code")));
+        };
+        signal_handler_connect(obs_output_get_signal_handler(output), "stop", on_stop, this);
     }
     ~ScriptedStream() {
         if (output) {
@@ -109,14 +111,6 @@ public:
                calldata_string(answer.get(), "reason");
     }
 
-    // Runs the handler at each of the output's signals, for as long as it lives.
-    void connect(const char *signal, std::function<void(calldata_t *)> handler) {
-        const auto call = [](void *function, calldata_t *data) {
-            (*static_cast<std::function<void(calldata_t *)> *>(function))(data);
-        };
-        signal_handler_connect(obs_output_get_signal_handler(output), signal, call,
-            &handlers_.emplace_back(std::move(handler)));
-    }
     // Runs the function at each packet that libobs hands out from now on, before the output gets
     // it; it may change all but the payload.
     void at_each_packet(std::function<void(encoder_packet &)> function) {
@@ -144,16 +138,13 @@ private:
         EXPECT_TRUE(!resilient || passed.count() < 1) << passed.count() << " s";
     }
 
-    static OBSData settings(const std::string &server, const std::string &key) {
-        OBSDataAutoRelease settings = obs_data_create();
-        obs_data_set_string(settings, "server", server.c_str());
-        obs_data_set_string(settings, "key", key.c_str());
-        return OBSData(settings.Get());
+    static OBSDataAutoRelease settings(const std::string &server, const std::string &key) {
+        constexpr std::string_view kSettings = R"({{"server": "{}", "key": "{}"}})";
+        return obs_data_create_from_json(std::format(kSettings, server, key).c_str());
     }
 
     std::mutex mutex_; // guards stop_codes_
     std::vector<int> stop_codes_;
-    std::list<std::function<void(calldata_t *)>> handlers_;
     std::function<void(encoder_packet &)> at_packet_;
     std::vector<OBSEncoderAutoRelease> encoders_;
 };

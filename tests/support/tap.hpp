@@ -17,26 +17,24 @@ namespace corvane::test {
 class Tap {
 public:
     explicit Tap(const std::string &server)
-        : server_(QString::fromStdString(server)) {
+        : url_(QString::fromStdString(server)) {
         listener_.setProxy(QNetworkProxy::NoProxy);
         EXPECT_TRUE(listener_.listen(QHostAddress::LocalHost));
-        QObject::connect(&listener_, &QTcpServer::newConnection, [this] { pass_on(); });
+        QObject::connect(&listener_, &QTcpServer::newConnection,
+            [this, port = url_.port()] { pass_on(static_cast<quint16>(port)); });
+        url_.setPort(listener_.serverPort());
     }
 
-    std::string url() const {
-        QUrl url = server_;
-        url.setPort(listener_.serverPort());
-        return url.toString().toStdString();
-    }
+    std::string url() const { return url_.toString().toStdString(); }
 
     QByteArray sent;
 
 private:
-    void pass_on() {
+    void pass_on(quint16 port) {
         QTcpSocket *client = listener_.nextPendingConnection();
         auto *server = new QTcpSocket(client);
         server->setProxy(QNetworkProxy::NoProxy);
-        server->connectToHost(QHostAddress::LocalHost, static_cast<quint16>(server_.port()));
+        server->connectToHost(QHostAddress::LocalHost, port);
         EXPECT_TRUE(server->waitForConnected());
         QObject::connect(client, &QTcpSocket::readyRead, server, [this, client, server] {
             const QByteArray bytes = client->readAll();
@@ -49,7 +47,7 @@ private:
             client, &QTcpSocket::disconnected, server, &QTcpSocket::disconnectFromHost);
     }
 
-    const QUrl server_;
+    QUrl url_;
     QTcpServer listener_;
 };
 
