@@ -181,6 +181,9 @@ TEST_P(PacketFaults, cost_no_more_than_expected) {
             expect_end(run);
         }
         EXPECT_TRUE(run.stream.active());
+    }
+    for (Run &run : runs) {
+        SCOPED_TRACE(run.type + (" to " + run.server.url()));
         run.stream.stop();
         EXPECT_TRUE(run.stream.wait_for_error(run.expected.codes.size()));
         run.stream.destroy();
