@@ -134,6 +134,8 @@ TEST(LogRedaction, ends_with_its_scope) {
     for (const auto &[secret, text] : {std::pair("sk-1", "key sk-1"), {"sk-2", "key sk-2\n"}}) {
         const LogRedaction redaction({secret});
         const LogRedaction::Scope scope(redaction);
+        av_log(nullptr, AV_LOG_DEBUG, "decoded value\n");
+        av_log(nullptr, AV_LOG_INFO, "Unable to parse %s\n", "value");
         av_log(nullptr, AV_LOG_INFO, "%s", text);
     }
     av_log(nullptr, AV_LOG_INFO, "others\n");
