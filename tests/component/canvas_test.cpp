@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "canvas/vertical_canvas.hpp"
 
+#include "output/vertical_output.hpp"
 #include "support/host_objects.hpp"
 #include "support/log_capture.hpp"
 #include "support/wait.hpp"
@@ -8,7 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <latch>
+#include <tuple>
 
 namespace corvane::test {
 
@@ -65,6 +68,7 @@ TEST_F(CanvasTest, comes_back_after_a_shutdown) {
         canvas.shutdown();
         EXPECT_FALSE(canvas.initialised());
         EXPECT_EQ(canvas.video(), nullptr);
+        EXPECT_TRUE(ObsSession::reset_video());
         EXPECT_THAT(log.take(), ElementsAre("I Canvas shut down"));
     }
     VerticalCanvas faster({.width = 72, .height = 128, .fps_num = 2 * kHostFps});
@@ -110,10 +114,18 @@ TEST_F(CanvasTest, scene_list_operations) {
     expect(canvas.create_scene("D"), "I Scene created (private): D", "*,D,");
 }
 
-// A source of any shape must cover the canvas, centred; a repeated assignment must not add a
-// second item.
+// A source of any shape must cover the canvas, centred, also after the user changes the host's
+// video settings, which frees the view's place in the pipeline and moves its items; a repeated
+// assignment must not add a second item.
 TEST_F(CanvasTest, assigned_source_covers) {
     init();
+    const auto assign = [&] {
+        return canvas.assign_scene_source("Scene 1", "Shape");
+    };
+    const std::vector<std::function<bool()>> changes{assign, assign,
+        [] { return ObsSession::reset_video(640, 360); },
+        [] { return ObsSession::reset_video(640, 360, 60); },
+        [] { return ObsSession::reset_video(); }};
     struct Case {
         int width, height;
         float scale, x, y;
@@ -121,8 +133,12 @@ TEST_F(CanvasTest, assigned_source_covers) {
     for (const auto &[width, height, scale, x, y] :
         {Case{320, 180, 128.F / 180, -77.778F, 0}, {36, 128, 2, 0, -64}}) {
         const OBSSourceAutoRelease source = make_color("Shape", width, height, 0xFF0000FF);
-        for (int repeat = 0; repeat < 2; ++repeat) {
-            EXPECT_TRUE(canvas.assign_scene_source("Scene 1", "Shape"));
+        for (const auto &change : changes) {
+            ASSERT_TRUE(change());
+            ASSERT_NE(canvas.video(), nullptr);
+            EXPECT_EQ(video_output_get_width(canvas.video()), 72U);
+            EXPECT_EQ(video_output_get_height(canvas.video()), 128U);
+            EXPECT_EQ(video_output_get_frame_rate(canvas.video()), 30);
             ASSERT_THAT(items("Scene 1"), SizeIs(1));
             obs_transform_info info{};
             obs_sceneitem_get_info2(items("Scene 1").front(), &info);
@@ -138,49 +154,50 @@ TEST_F(CanvasTest, assigned_source_covers) {
     }
 }
 
-// Whatever drops a source from a scene must give back its reference and its showing count, and
-// a missing source must keep the name for later and the picture for now.
-TEST_F(CanvasTest, assignment_holds_and_releases) {
-    init();
-    const OBSSourceAutoRelease a = make_color("A", 72, 128, 0xFF0000FF);
-    const OBSSourceAutoRelease b = make_color("B", 72, 128, 0xFF00FF00);
-    const auto assign = [&](const char *name) {
-        return canvas.assign_scene_source("Scene 1", name);
+// A size that libobs can do must not be refused, and one that it cannot must be before it is asked.
+// A canvas that a new format of the host's leaves without video must say so itself, in place of all
+// the encoders.
+TEST_F(CanvasTest, sizes_by_the_hosts_format) {
+    const auto reset = [](video_format format) {
+        return ObsSession::reset_video(kHostWidth, kHostHeight, kHostFps, format);
     };
-    EXPECT_TRUE(assign("A"));
-    EXPECT_EQ(canvas.active_source(), a);
-    EXPECT_TRUE(obs_source_showing(a));
-    EXPECT_TRUE(assign("B"));
-    EXPECT_FALSE(obs_source_showing(a));
-    EXPECT_TRUE(assign("A"));
-    ASSERT_TRUE(canvas.create_scene("Other") && canvas.set_active_scene("Other"));
-    EXPECT_TRUE(obs_source_showing(a)) << "an inactive scene keeps its source ready";
-    EXPECT_EQ(canvas.active_source(), nullptr);
-    ASSERT_TRUE(canvas.set_active_scene("Scene 1"));
+    for (const auto &[format, odd_is_possible] : {std::pair{VIDEO_FORMAT_NV12, false},
+             {VIDEO_FORMAT_P010, false}, {VIDEO_FORMAT_I420, true}, {VIDEO_FORMAT_I010, true},
+             {VIDEO_FORMAT_P216, true}, {VIDEO_FORMAT_I444, true}, {VIDEO_FORMAT_BGRA, true}}) {
+        ASSERT_TRUE(reset(format));
+        for (const auto &[width, height, possible] :
+            {std::tuple{72U, 128U, true}, {71U, 128U, odd_is_possible},
+                {72U, 127U, odd_is_possible}, {16386U, 128U, false}, {72U, 16386U, false}}) {
+            SCOPED_TRACE(testing::Message() << format << ": " << width << "x" << height);
+            VerticalCanvas sized({.width = width, .height = height});
+            log.clear();
+            EXPECT_EQ(sized.init(), possible);
+            EXPECT_EQ(log.has("is not possible"), !possible);
+        }
+    }
+    VerticalCanvas odd({.width = 71, .height = 128});
+    VerticalOutput output(&odd, {.url = "rtmp://127.0.0.1:1/live", .key = "k"});
+    ASSERT_TRUE(odd.init() && output.init());
+    ASSERT_TRUE(reset(VIDEO_FORMAT_NV12));
+    EXPECT_EQ(odd.video(), nullptr);
     log.clear();
-
-    EXPECT_FALSE(assign("Nowhere"));
-    EXPECT_FALSE(canvas.assign_scene_source("Nowhere", "A"));
-    EXPECT_THAT(log.take(), ElementsAre("W assign_scene_source — OBS source not found: Nowhere",
-                                "W assign_scene_source — scene not found: Nowhere"));
-    EXPECT_EQ(canvas.scene_source_name("Scene 1"), "Nowhere");
-    EXPECT_EQ(canvas.active_source(), nullptr);
-    ASSERT_THAT(items("Scene 1"), SizeIs(1));
-    EXPECT_EQ(obs_sceneitem_get_source(items("Scene 1").front()), a);
-
-    EXPECT_TRUE(assign("A"));
-    EXPECT_TRUE(canvas.remove_scene("Scene 1"));
-    EXPECT_TRUE(canvas.assign_scene_source("Other", "A"));
-    canvas.shutdown();
-    EXPECT_FALSE(obs_source_showing(a));
+    EXPECT_FALSE(output.start());
+    EXPECT_THAT(log.take(), ElementsAre("E Vertical output start failed: the vertical canvas has "
+                                        "no video. Restart OBS."));
 }
 
-// The marker on track six must follow the active scene, touch no other bit, and be gone from
-// whatever is dropped, also with the option off.
-TEST_F(CanvasTest, marker_follows_the_active_scene) {
+// Whatever drops a source from a scene must give back its reference, its showing count and the
+// marker on track six, also with the option off. The marker must follow the active scene and touch
+// no other bit; a missing source must keep the name for later and the picture for now.
+TEST_F(CanvasTest, scenes_hold_and_release_their_sources) {
     constexpr uint32_t kMarker = 32;
+    constexpr bool kShowing = true, kHidden = false;
+    using State = std::pair<uint32_t, bool>; // mixers, showing
     const OBSSourceAutoRelease a = obs_source_create("ffmpeg_source", "A", nullptr, nullptr);
     const OBSSourceAutoRelease b = obs_source_create("ffmpeg_source", "B", nullptr, nullptr);
+    const auto state = [](const OBSSourceAutoRelease &source) {
+        return State{obs_source_get_audio_mixers(source), obs_source_showing(source)};
+    };
     for (const bool on : {true, false}) {
         SCOPED_TRACE(on ? "option on" : "option off");
         obs_source_set_audio_mixers(a, 3);
@@ -188,29 +205,39 @@ TEST_F(CanvasTest, marker_follows_the_active_scene) {
         const uint32_t mark = on ? kMarker : 0;
         VerticalCanvas marked({.width = 72, .height = 128, .use_active_scene_audio = on});
         ASSERT_TRUE(marked.init() && marked.create_scene("Two"));
-        const auto expect = [&](uint32_t mixers_a, uint32_t mixers_b, const char *when) {
-            EXPECT_EQ(obs_source_get_audio_mixers(a), mixers_a) << when;
-            EXPECT_EQ(obs_source_get_audio_mixers(b), mixers_b) << when;
+        const auto expect = [&](const State &of_a, const State &of_b, obs_source_t *active,
+                                const char *when) {
+            EXPECT_EQ(state(a), of_a) << when;
+            EXPECT_EQ(state(b), of_b) << when;
+            EXPECT_EQ(marked.active_source(), active) << when;
         };
-        marked.assign_scene_source("Scene 1", "A");
-        marked.assign_scene_source("Two", "B");
-        expect(3 | mark, 5, "assigned");
+        EXPECT_TRUE(marked.assign_scene_source("Two", "B"));
+        expect({3, kHidden}, {5, kShowing}, nullptr, "ready in an inactive scene");
+        EXPECT_TRUE(marked.assign_scene_source("Scene 1", "A"));
+        expect({3 | mark, kShowing}, {5, kShowing}, a, "assigned");
         marked.set_active_scene("Two");
-        expect(3, 5 | mark, "switched");
+        expect({3, kShowing}, {5 | mark, kShowing}, b, "switched");
         marked.remove_scene("Two");
-        expect(3 | mark, 5, "removed");
-        marked.assign_scene_source("Scene 1", "B");
-        expect(3, 5 | mark, "reassigned");
-        marked.assign_scene_source("Scene 1", "Nowhere");
-        expect(3, 5, "not found");
+        expect({3 | mark, kShowing}, {5, kHidden}, a, "removed");
+        EXPECT_TRUE(marked.assign_scene_source("Scene 1", "B"));
+        expect({3, kHidden}, {5 | mark, kShowing}, b, "reassigned");
+        log.clear();
+        EXPECT_FALSE(marked.assign_scene_source("Scene 1", "Nowhere"));
+        EXPECT_FALSE(marked.assign_scene_source("Nowhere", "A"));
+        EXPECT_THAT(log.take(), ElementsAre("W assign_scene_source — OBS source not found: Nowhere",
+                                    "W assign_scene_source — scene not found: Nowhere"));
+        expect({3, kHidden}, {5, kShowing}, nullptr, "not found, its picture stays");
+        EXPECT_EQ(marked.scene_source_name("Scene 1"), "Nowhere");
+        ASSERT_THAT(items("Scene 1"), SizeIs(1));
+        EXPECT_EQ(obs_sceneitem_get_source(items("Scene 1").front()), b);
         marked.assign_scene_source("Scene 1", "A");
         obs_source_set_audio_mixers(a, 3 | kMarker);
         marked.assign_scene_source("Scene 1", "");
-        expect(3, 5, "cleared");
+        expect({3, kHidden}, {5, kHidden}, nullptr, "cleared");
         marked.assign_scene_source("Scene 1", "A");
         obs_source_set_audio_mixers(a, 1 | kMarker);
         marked.shutdown();
-        expect(1, 5, "shut down");
+        expect({1, kHidden}, {5, kHidden}, nullptr, "shut down");
     }
 }
 

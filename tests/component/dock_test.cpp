@@ -13,8 +13,6 @@
 #include "support/user_actions.hpp"
 #include "ui/vertical_preview_widget.hpp"
 
-#include <QDockWidget>
-#include <QMainWindow>
 #include <QNetworkProxy>
 #include <QTcpServer>
 
@@ -81,10 +79,14 @@ private:
     QTemporaryDir dir_;
 };
 
-// What the user does with the scenes must change the list as said and save it; nothing else may.
+// What the user does with the scenes must change the list as said and save it, nothing else may; a
+// scene that the host renames must be shown and saved without an edit; and no name may be taken for
+// anything but a name, by the list, a dialog or the file.
 TEST_F(DockTest, works_the_scene_list) {
     const HostScene main("Main");
     FakeFrontend::get().scenes = {main.source()};
+    const std::string odd = "► <b>矢</b> [Main] \"C:\\new\\r\" = %1 &Z #;";
+    const std::string buttons = "+ A- RRenAssSta|Stopped";
     using Steps = std::vector<std::array<std::string, 3>>;
     for (const auto &[button, answers, after] :
         Steps{{"addButton", "  A =>OK", "Scene 1|► Scene 1*@| A|"},
@@ -93,61 +95,43 @@ TEST_F(DockTest, works_the_scene_list) {
             {"assignButton", "1=>OK", "Z| Scene 1|► Z [Main]*@|"},
             {"assignButton", "0=>OK", "Z| Scene 1|► Z*@|"},
             {"removeButton", "=>Yes", "Scene 1|► Scene 1*@|"},
-            {"addButton", "B=>OK", "Scene 1|► Scene 1*@| B|"}}) {
+            {"addButton", "B=>OK", "Scene 1|► Scene 1*@| B|"},
+            {"renameButton", odd + "=>OK", odd + "|► " + odd + "*@| B|"}}) {
         log.clear();
         click(button, answers);
         EXPECT_EQ(log.has("Scene list saved"), !answers.empty());
-        EXPECT_EQ(seen(dock), "Scene: " + after + "+ A- RRenAssSta|Stopped");
+        EXPECT_EQ(seen(dock), "Scene: " + after + buttons);
     }
     log.clear();
-    const std::string add = "Add Scene|Scene name:", rename = "Rename Scene|New name:Scene 1";
-    for (const auto &[button, answers, shown] :
-        Steps{{"addButton", "Z=>Cancel", add}, {"addButton", "  =>OK", add},
-            {"renameButton", "=>OK", rename}, {"renameButton", "  =>OK", rename},
-            {"renameButton", "Z=>Cancel", rename},
-            {"assignButton", "1=>Cancel", "Assign OBS Scene — Scene 1|(None)"},
-            {"removeButton", "=>Cancel",
-                "Remove Scene|Remove scene \"Scene 1\"? This cannot be undone."},
-            {"addButton", " B =>OK|=>OK", add + "/Add Scene|A scene named \" B \" already exists."},
-            {"renameButton", "B =>OK|=>OK",
-                rename + "/Rename Scene|A scene named \"B \" already exists."}}) {
+    const std::string add = "Add Scene|Scene name:", rename = "Rename Scene|New name:" + odd;
+    const std::string remove = "Remove Scene|Remove scene \"";
+    const std::string before = seen(dock);
+    for (const auto &[button, answers, shown] : Steps{{"addButton", "Z=>Cancel", add},
+             {"addButton", "  =>OK", add}, {"renameButton", "=>OK", rename},
+             {"renameButton", "  =>OK", rename}, {"renameButton", "Z=>Cancel", rename},
+             {"assignButton", "1=>Cancel", "Assign OBS Scene — " + odd + "|(None)"},
+             {"removeButton", "=>Cancel", remove + odd + "\"? This cannot be undone."},
+             {"addButton", " " + odd + " =>OK|=>OK",
+                 add + "/Add Scene|A scene named \" " + odd + " \" already exists."},
+             {"renameButton", "B =>OK|=>OK",
+                 rename + "/Rename Scene|A scene named \"B \" already exists."}}) {
         EXPECT_EQ(click(button, answers), shown);
-        EXPECT_EQ(seen(dock), "Scene: Scene 1|► Scene 1*@| B|+ A- RRenAssSta|Stopped");
+        EXPECT_EQ(seen(dock), before);
     }
     EXPECT_FALSE(log.has("Scene list saved"));
-}
 
-// No name may be taken for anything but a name, by the list, a dialog or the file.
-TEST_F(DockTest, keeps_names_byte_for_byte) {
-    const Lines names{"Scene 1", "► 矢 [Main]", "Ünï \"q\" 'r' = [ö]; #x", "العربية",
-        "👩‍👩‍👧 🎬", "C:\\new\\r %1 %s &Save", std::string(300, 'x'), "[Scenes]",
-        "<b>x</b>"};
-    for (const std::string &name : names) {
-        click("addButton", name + "=>OK|=>OK");
-        click_row(list, list.count() - 1);
-        EXPECT_TRUE(seen(dock).starts_with("Scene: " + name + '|')) << seen(dock);
-        EXPECT_NE(seen(dock).find("|► " + name + "*@|"), std::string::npos) << seen(dock);
-    }
+    click("assignButton", "1=>OK");
+    obs_source_set_name(main.source(), "Renamed");
+    const std::string renamed = "Scene: " + odd + "|► " + odd + " [Renamed]*@| B|" + buttons;
+    EXPECT_TRUE(comes_to_show(renamed));
     close_runtime();
     open_runtime();
-    EXPECT_EQ(canvas->scene_names(), names);
-    for (const std::string &name : names) {
+    EXPECT_EQ(seen(dock), renamed);
+    for ([[maybe_unused]] const int scene : {0, 1}) {
         click_row(list, 0);
-        EXPECT_EQ(click("removeButton", "=>Yes"),
-            "Remove Scene|Remove scene \"" + name + "\"? This cannot be undone.");
+        EXPECT_TRUE(click("removeButton", "=>Yes").starts_with(remove));
     }
     EXPECT_EQ(seen(dock), "No active scene|+ ASta|Stopped");
-}
-
-// A scene that the host renames must be shown and saved under its new name without an edit.
-TEST_F(DockTest, follows_a_rename) {
-    const HostScene main("Main");
-    ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Main"));
-    obs_source_set_name(main.source(), "Renamed");
-    EXPECT_TRUE(comes_to_show("Scene: Scene 1|► Scene 1 [Renamed]*@|+ A- RRenAssSta|Stopped"));
-    close_runtime();
-    open_runtime();
-    EXPECT_EQ(canvas->scene_source_name("Scene 1"), "Renamed");
 }
 
 // A dialog outlives the canvas when the profile changes below it; its answer must do nothing.
@@ -168,15 +152,10 @@ TEST_F(DockTest, follows_the_stream) {
     const LocalServer sink;
     click("startButton");
     EXPECT_EQ(log.take_last(), "W [corvane] Dock: failed to start vertical output");
-    output->update_config({.url = sink.url(), .key = "k", .bitrate_kbps = 300});
-    click("startButton");
     const std::string scenes = "Scene: Scene 1|► Scene 1*@|+ A- RRenAss";
-    EXPECT_EQ(seen(dock), scenes + "Sto|Streaming");
-    EXPECT_TRUE(sink.wait_for_frames("k", 5));
-    click("stopButton");
-    EXPECT_TRUE(comes_to_show(scenes + "Sta|Stopped"));
+    EXPECT_EQ(seen(dock), scenes + "Sta|Stopped");
 
-    // The other type is on air only with a connection, and with pictures for it.
+    // The resilient type is on air only with a connection, and with pictures for it.
     QTcpServer silent;
     silent.setProxy(QNetworkProxy::NoProxy);
     ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
@@ -203,33 +182,13 @@ TEST_F(DockTest, follows_the_stream) {
     held.notify_all();
     obs_remove_tick_callback(hold, &held);
     EXPECT_TRUE(comes_to_show(scenes + "Sto|Streaming"));
-    close_runtime();
+    click("stopButton");
+    EXPECT_TRUE(comes_to_show(scenes + "Sta|Stopped"));
     stream_timeouts = {};
 }
 
-// A hidden preview must cost the host nothing; however it is moved nothing may pile up; and a
-// canvas that goes with its profile must not be drawn any more.
+// A canvas that goes with its profile must not be drawn any more.
 TEST_F(DockTest, draws_only_what_is_there) {
-    QMainWindow window;
-    QDockWidget host(&window);
-    window.addDockWidget(Qt::RightDockWidgetArea, &host);
-    dock.hide();
-    host.setWidget(&dock);
-    for (int round = 0; round < 20; ++round) {
-        log.clear();
-        host.setFloating(round % 2 == 0);
-        window.show();
-        host.show();
-        const uint32_t frames = obs_get_total_frames();
-        EXPECT_TRUE(wait_until([&] { return obs_get_total_frames() > frames + 1; }));
-        const size_t displays = log.matching("display created (").size();
-        EXPECT_EQ(displays, log.matching("display destroyed").size() + 1);
-        (round % 4 == 1 ? static_cast<QWidget &>(window) : host).hide();
-        EXPECT_EQ(displays, log.matching("display destroyed").size());
-        close_runtime();
-        open_runtime();
-    }
-    dock.setParent(nullptr);
     std::atomic<bool> drawing = false, asked = false;
     std::thread frame([&] {
         obs_enter_graphics();

@@ -243,7 +243,7 @@ TEST_F(VerticalOutputTest, keeps_the_clock_at_any_frame_rate) {
             << "a busy machine may lose some";
         EXPECT_NEAR(recording.last_video_ms, recording.last_audio_ms, 200);
     }
-    EXPECT_TRUE(ObsSession::reset_video(kHostWidth, kHostHeight, kHostFps));
+    EXPECT_TRUE(ObsSession::reset_video());
 }
 
 // The host lists every output with its size, which a stopped one asks its encoder for, and that one
@@ -251,19 +251,21 @@ TEST_F(VerticalOutputTest, keeps_the_clock_at_any_frame_rate) {
 TEST_F(VerticalOutputTest, lets_go_of_a_stopped_stream_with_a_video_reset) {
     const LocalServer sink;
     ASSERT_TRUE(start_live(sink));
-    EXPECT_FALSE(ObsSession::reset_video(2 * kHostWidth, kHostHeight, kHostFps));
+    EXPECT_FALSE(ObsSession::reset_video(2 * kHostWidth));
     EXPECT_TRUE(output->is_active());
     ASSERT_TRUE(stop());
     ASSERT_THAT(outputs(), SizeIs(1));
     for (const uint32_t width : {2 * kHostWidth, kHostWidth}) {
-        ASSERT_TRUE(ObsSession::reset_video(width, kHostHeight, kHostFps));
+        ASSERT_TRUE(ObsSession::reset_video(width));
         for (const OBSOutput &listed : outputs()) {
             EXPECT_EQ(obs_output_get_width(listed), 72U);
         }
     }
     EXPECT_THAT(outputs(), IsEmpty());
     EXPECT_THAT(encoders(), IsEmpty());
+    sink.forget("k");
     EXPECT_TRUE(output->start());
+    EXPECT_TRUE(sink.wait_for_frames("k", 10));
 }
 
 // A stream that never ends may cost the output, not the user's window.
@@ -289,40 +291,41 @@ TEST_F(VerticalOutputTest, leaves_an_output_behind_that_does_not_end) {
 // An error must reach the user as a box with the output's own words, everything else must not
 // disturb him.
 TEST_F(VerticalOutputTest, shows_a_box_for_errors_only) {
+    const std::string title = "Vertical Canvas \u00E2\u20AC\u201D Stream Error|";
+    bool shown = false;
+    const auto look = [&](QWidget &dialog) {
+        shown = true;
+        const auto &box = dynamic_cast<QMessageBox &>(dialog);
+        EXPECT_EQ(box.icon(), QMessageBox::Critical);
+        EXPECT_EQ(box.standardButtons(), QMessageBox::Ok);
+        EXPECT_EQ(box.parent(), nullptr);
+    };
     ASSERT_TRUE(
         make({.url = "rtmp://127.0.0.1:" + std::to_string(free_port()) + "/live", .key = "k"}));
-    BoxCatcher screen;
-    const auto box = [](const char *text) {
-        return Box{QStringLiteral("Vertical Canvas \u00E2\u20AC\u201D Stream Error"),
-            QString::fromUtf8(text), QMessageBox::Critical, QMessageBox::Ok, false};
+    const auto fail_to_connect = [&] {
+        EXPECT_TRUE(output->start());
+        EXPECT_TRUE(wait_until([&] { return shown && !output->is_active(); }));
     };
-    EXPECT_TRUE(output->start());
-    ASSERT_TRUE(wait_until([&] { return !screen.boxes.empty() && !output->is_active(); }));
-    EXPECT_THAT(
-        screen.boxes, ElementsAre(box("Stream rejected — check server URL and stream key")));
+    EXPECT_EQ(answering("=>OK", fail_to_connect, look),
+        title + "Stream rejected — check server URL and stream key");
     EXPECT_TRUE(log.has("E open_muxer fatal — stopping output"));
     ASSERT_THAT(outputs(), SizeIs(1));
     const OBSOutput stopped = outputs().front();
-
-    using Boxes = std::vector<Box>;
-    const char *fallback =
-        "Vertical output failed to connect.\nCheck your RTMP URL and stream key.";
-    for (const auto &[code, error, boxes] : {std::tuple{OBS_OUTPUT_SUCCESS, "x", Boxes{}},
-             {OBS_OUTPUT_CONNECT_FAILED, "x", Boxes{}}, {OBS_OUTPUT_DISCONNECTED, "x", Boxes{}},
-             {OBS_OUTPUT_ERROR, nullptr, Boxes{box(fallback)}},
-             {OBS_OUTPUT_ENCODE_ERROR, "Ünïcode", Boxes{box("Ünïcode")}}}) {
-        screen.boxes.clear();
-        obs_output_set_last_error(stopped, error);
-        Calldata data;
-        calldata_set_ptr(data.get(), "output", stopped.Get());
-        calldata_set_int(data.get(), "code", code);
-        calldata_set_string(data.get(), "last_error", error);
-        signal_handler_signal(obs_output_get_signal_handler(stopped), "stop", data.get());
-        // Whatever was posted runs before this.
-        bool passed = false;
-        QMetaObject::invokeMethod(qApp, [&] { passed = true; }, Qt::QueuedConnection);
-        ASSERT_TRUE(wait_until([&] { return passed && screen.boxes.size() >= boxes.size(); }));
-        EXPECT_EQ(screen.boxes, boxes) << code;
+    for (const auto &[code, error, box] : {std::tuple{OBS_OUTPUT_SUCCESS, "x", std::string()},
+             {OBS_OUTPUT_CONNECT_FAILED, "x", ""}, {OBS_OUTPUT_DISCONNECTED, "x", ""},
+             {OBS_OUTPUT_ERROR, nullptr,
+                 title + "Vertical output failed to connect.\nCheck your RTMP URL and stream key."},
+             {OBS_OUTPUT_ENCODE_ERROR, "Ünïcode", title + "Ünïcode"}}) {
+        const auto end = [&, code = code, error = error] {
+            obs_output_set_last_error(stopped, error);
+            Calldata data;
+            calldata_set_ptr(data.get(), "output", stopped.Get());
+            calldata_set_int(data.get(), "code", code);
+            calldata_set_string(data.get(), "last_error", error);
+            signal_handler_signal(obs_output_get_signal_handler(stopped), "stop", data.get());
+            QCoreApplication::sendPostedEvents(); // returns when the box has been closed
+        };
+        EXPECT_EQ(answering("=>OK", end, look), box) << code;
     }
 }
 

@@ -149,9 +149,12 @@ TEST_F(EventsTest, stream_takes_saved_settings_at_its_next_start) {
         EXPECT_TRUE(goes_live("key-2-" + secret));
         save("rtmp://127.0.0.1:" + std::to_string(free_port()) + "/live", "key-3-" + secret);
         EXPECT_TRUE(ends_after(OBS_FRONTEND_EVENT_STREAMING_STOPPED));
-        BoxCatcher screen;
-        send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-        EXPECT_TRUE(wait_until([&] { return !screen.boxes.empty() && !live(); }));
+        bool shown = false;
+        const auto fail = [&] {
+            send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+            EXPECT_TRUE(wait_until([&] { return shown && !live(); }));
+        };
+        answering("=>OK", fail, [&](QWidget &) { shown = true; });
         unload();
         EXPECT_EQ(log.whole().find(secret) == std::string::npos, resilient);
     }

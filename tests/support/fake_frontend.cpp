@@ -6,21 +6,6 @@
 #include <QDockWidget>
 #include <QMainWindow>
 
-namespace corvane::test {
-
-FakeFrontend &FakeFrontend::get() {
-    static FakeFrontend frontend;
-    return frontend;
-}
-
-void FakeFrontend::send(obs_frontend_event event) const {
-    for (const auto &[callback, data] : std::vector(callbacks)) {
-        callback(event, data);
-    }
-}
-
-} // namespace corvane::test
-
 using corvane::test::FakeFrontend;
 
 char *obs_frontend_get_current_profile_path() {

@@ -16,10 +16,17 @@ namespace corvane::test {
 // Takes the place of the host's front end: the program defines the obs_frontend_* functions that
 // the module calls and exports them, so that the module's references bind to these.
 struct FakeFrontend {
-    static FakeFrontend &get();
+    static FakeFrontend &get() {
+        static FakeFrontend frontend;
+        return frontend;
+    }
 
     // Calls every callback with the event, on this thread.
-    void send(obs_frontend_event event) const;
+    void send(obs_frontend_event event) const {
+        for (const auto &[callback, data] : std::vector(callbacks)) {
+            callback(event, data);
+        }
+    }
 
     // The current profile's folder; empty makes the host report none.
     std::string profile_dir;

@@ -87,10 +87,8 @@ private:
         vsnprintf(buffer, sizeof(buffer), format, arguments);
         const std::string_view text = buffer;
         const bool of_module = text.starts_with(kTag);
-        std::string line = level <= LOG_ERROR     ? "E "
-                           : level <= LOG_WARNING ? "W "
-                           : level <= LOG_INFO    ? "I "
-                                                  : "D ";
+        const int severity = std::clamp(level / LOG_ERROR, 1, 4); // of levels 100, 200, …
+        std::string line{" EWID"[severity], ' '};
         line += text.substr(of_module ? kTag.size() : 0);
 
         auto &capture = *static_cast<LogCapture *>(self);

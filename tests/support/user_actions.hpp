@@ -21,8 +21,6 @@
 
 #include <functional>
 #include <string>
-#include <tuple>
-#include <vector>
 
 namespace corvane::test {
 
@@ -120,31 +118,6 @@ inline std::string answering(const std::string &answers, const std::function<voi
     action();
     return shown.join(u'/').toStdString();
 }
-
-// Title, text, icon, buttons, and whether it has a parent.
-using Box = std::tuple<QString, QString, QMessageBox::Icon, QMessageBox::StandardButtons, bool>;
-
-// Notes every message box that shows up on the screen and presses its default button. A timer,
-// because a modal box runs an event loop of its own.
-class BoxCatcher {
-public:
-    BoxCatcher() {
-        QObject::connect(&timer_, &QTimer::timeout, [this] {
-            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            if (box && box->isVisible()) {
-                boxes.emplace_back(box->windowTitle(), box->text(), box->icon(),
-                    box->standardButtons(), box->parent() != nullptr);
-                box->accept();
-            }
-        });
-        timer_.start(5);
-    }
-
-    std::vector<Box> boxes;
-
-private:
-    QTimer timer_;
-};
 
 // All that the dock tells, '|' between: header, scenes (* for bold, @ for the current one), the
 // first three letters of the buttons that can be pressed, status. It may be inside another widget.
