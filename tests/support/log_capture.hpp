@@ -42,11 +42,6 @@ public:
         return std::exchange(module_lines_, {});
     }
     void clear() { take(); }
-    // The last of them; empty without any. All are taken.
-    std::string take_last() {
-        const Lines lines = take();
-        return lines.empty() ? std::string() : lines.back();
-    }
 
     // Those of them that contain the text; they stay.
     Lines matching(std::string_view text) const {

@@ -7,6 +7,7 @@
 
 #include <util/platform.h>
 
+#include <QMainWindow>
 #include <QTemporaryDir>
 
 #include <gmock/gmock.h>
@@ -15,6 +16,7 @@
 #include <filesystem>
 #include <format>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 namespace corvane::test {
@@ -22,6 +24,11 @@ namespace corvane::test {
 inline void write_file(const std::filesystem::path &file, const std::string &text) {
     std::filesystem::create_directories(file.parent_path());
     std::ofstream(file) << text;
+}
+
+inline std::string read_text(const std::filesystem::path &file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator(stream), {}};
 }
 
 inline Lines read_lines(const std::filesystem::path &file) {
@@ -95,6 +102,7 @@ protected:
 
     LogCapture &log = LogCapture::get();
     FakeFrontend &frontend = FakeFrontend::get();
+    QMainWindow window; // the host's, for those that give it one
     const std::filesystem::path settings_dir = ObsSession::config_dir / "corvane-vertical-canvas";
     const std::filesystem::path global_file = settings_dir / "settings-global.ini";
 

@@ -11,9 +11,11 @@
 #include "support/module_fixture.hpp"
 #include "support/scripted_stream.hpp"
 #include "support/user_actions.hpp"
+#include "ui/settings_dialog.hpp"
 #include "ui/vertical_preview_widget.hpp"
 
 #include <QNetworkProxy>
+#include <QSpinBox>
 #include <QTcpServer>
 
 namespace corvane::test {
@@ -81,10 +83,10 @@ private:
 
 // What the user does with the scenes must change the list as said and save it, nothing else may; a
 // scene that the host renames must be shown and saved without an edit; and no name may be taken for
-// anything but a name, by the list, a dialog or the file.
+// anything but exactly that name, by the list, a dialog or the file.
 TEST_F(DockTest, works_the_scene_list) {
-    const HostScene main("Main");
-    FakeFrontend::get().scenes = {main.source()};
+    const HostScene upper("Main"), lower("main"), markup("<i>矢</i>");
+    FakeFrontend::get().scenes = {upper.source(), lower.source(), markup.source()};
     const std::string odd = "► <b>矢</b> [Main] \"C:\\new\\r\" = %1 &Z #;";
     const std::string buttons = "+ A- RRenAssSta|Stopped";
     using Steps = std::vector<std::array<std::string, 3>>;
@@ -93,10 +95,12 @@ TEST_F(DockTest, works_the_scene_list) {
             {"Down and Return", "", "A| Scene 1|► A*@|"},
             {"renameButton", "Z =>OK", "Z| Scene 1|► Z*@|"},
             {"assignButton", "1=>OK", "Z| Scene 1|► Z [Main]*@|"},
+            {"assignButton", "3", "Z| Scene 1|► Z [<i>矢</i>]*@|"},
             {"assignButton", "0=>OK", "Z| Scene 1|► Z*@|"},
             {"removeButton", "=>Yes", "Scene 1|► Scene 1*@|"},
             {"addButton", "B=>OK", "Scene 1|► Scene 1*@| B|"},
-            {"renameButton", odd + "=>OK", odd + "|► " + odd + "*@| B|"}}) {
+            {"renameButton", odd + "=>OK", odd + "|► " + odd + "*@| B|"},
+            {"assignButton", "2=>OK", odd + "|► " + odd + " [main]*@| B|"}}) {
         log.clear();
         click(button, answers);
         EXPECT_EQ(log.has("Scene list saved"), !answers.empty());
@@ -104,31 +108,34 @@ TEST_F(DockTest, works_the_scene_list) {
     }
     log.clear();
     const std::string add = "Add Scene|Scene name:", rename = "Rename Scene|New name:" + odd;
+    const std::string assign = "Assign OBS Scene — " + odd + "|";
     const std::string remove = "Remove Scene|Remove scene \"";
     const std::string before = seen(dock);
-    for (const auto &[button, answers, shown] : Steps{{"addButton", "Z=>Cancel", add},
-             {"addButton", "  =>OK", add}, {"renameButton", "=>OK", rename},
-             {"renameButton", "  =>OK", rename}, {"renameButton", "Z=>Cancel", rename},
-             {"assignButton", "1=>Cancel", "Assign OBS Scene — " + odd + "|(None)"},
-             {"removeButton", "=>Cancel", remove + odd + "\"? This cannot be undone."},
-             {"addButton", " " + odd + " =>OK|=>OK",
-                 add + "/Add Scene|A scene named \" " + odd + " \" already exists."},
-             {"renameButton", "B =>OK|=>OK",
-                 rename + "/Rename Scene|A scene named \"B \" already exists."}}) {
+    for (const auto &[button, answers, shown] :
+        Steps{{"addButton", "Z=>Cancel", add}, {"addButton", "  =>OK", add},
+            {"renameButton", "=>OK", rename}, {"renameButton", "  =>OK", rename},
+            {"renameButton", "Z=>Cancel", rename}, {"assignButton", "1=>Cancel", assign + "main"},
+            {"removeButton", "=>Cancel", remove + odd + "\"? This cannot be undone."},
+            {"addButton", " " + odd + " =>OK|=>OK",
+                add + "/Add Scene|A scene named \" " + odd + " \" already exists."},
+            {"renameButton", "B =>OK|=>OK",
+                rename + "/Rename Scene|A scene named \"B \" already exists."}}) {
         EXPECT_EQ(click(button, answers), shown);
         EXPECT_EQ(seen(dock), before);
     }
     EXPECT_FALSE(log.has("Scene list saved"));
 
-    click("assignButton", "1=>OK");
-    obs_source_set_name(main.source(), "Renamed");
+    obs_source_set_name(lower.source(), "Renamed");
     const std::string renamed = "Scene: " + odd + "|► " + odd + " [Renamed]*@| B|" + buttons;
     EXPECT_TRUE(comes_to_show(renamed));
     close_runtime();
     open_runtime();
     EXPECT_EQ(seen(dock), renamed);
+    FakeFrontend::get().scenes.clear();
+    EXPECT_EQ(click("assignButton", "=>OK"), assign + "-");
+    EXPECT_EQ(click("assignButton", "=>Cancel"), assign + "(None)");
+    EXPECT_EQ(seen(dock), "Scene: " + odd + "|► " + odd + "*@| B|" + buttons);
     for ([[maybe_unused]] const int scene : {0, 1}) {
-        click_row(list, 0);
         EXPECT_TRUE(click("removeButton", "=>Yes").starts_with(remove));
     }
     EXPECT_EQ(seen(dock), "No active scene|+ ASta|Stopped");
@@ -151,7 +158,7 @@ TEST_F(DockTest, loses_the_canvas_below_a_dialog) {
 TEST_F(DockTest, follows_the_stream) {
     const LocalServer sink;
     click("startButton");
-    EXPECT_EQ(log.take_last(), "W [corvane] Dock: failed to start vertical output");
+    EXPECT_TRUE(log.has("W [corvane] Dock: failed to start vertical output"));
     const std::string scenes = "Scene: Scene 1|► Scene 1*@|+ A- RRenAss";
     EXPECT_EQ(seen(dock), scenes + "Sta|Stopped");
 
@@ -223,13 +230,45 @@ TEST_F(DockTest, preview_comes_to_rest_in_its_place) {
         EXPECT_EQ(preview.width(), std::min(preview.height() * 9 / 16, room));
         EXPECT_LE(std::abs(room - 2 * preview.geometry().center().x()), 2);
     }
-    const auto viewport = [](int cx, int cy, int width, int height) {
-        const auto [x, y, shown_width, shown_height] = preview_viewport(cx, cy, width, height);
-        return QRect(x, y, shown_width, shown_height);
-    };
-    EXPECT_EQ(viewport(500, 500, 1080, 1920), QRect(109, 0, 281, 499));
-    EXPECT_EQ(viewport(135, 400, 1080, 1920), QRect(0, 80, 135, 240));
-    EXPECT_EQ(viewport(300, 100, 1920, 1080), QRect(61, 0, 177, 100));
+    using testing::FieldsAre;
+    EXPECT_THAT(preview_viewport(500, 500, 1080, 1920), FieldsAre(109, 0, 281, 499));
+    EXPECT_THAT(preview_viewport(135, 400, 1080, 1920), FieldsAre(0, 80, 135, 240));
+    EXPECT_THAT(preview_viewport(300, 100, 1920, 1080), FieldsAre(61, 0, 177, 100));
+}
+
+// What the dialog stores must be what it shows, numbers brought into range and texts as typed; a
+// refused or cancelled one must store nothing.
+TEST(SettingsDialogTest, stores_what_it_shows) {
+    const QTemporaryDir profile;
+    FakeFrontend::get().profile_dir = profile.path().toStdString();
+    constexpr const char *kFile =
+        "[VerticalCanvas]\nrtmpurl={}\nstreamkey={}\nvideobitrate={}\ncanvaswidth={}\n"
+        "canvasheight={}\nfpsnum={}\nfpsden={}\nautostartwithmain=false\n"
+        "useactivesceneaudio=true\nencoderpreset={}\n";
+    const std::string low = std::format(kFile, "x", "s", 100, 8000, 17, 0, 4294967295, "Medium");
+    const std::string high = std::format(kFile, "x", "s", 51001, 1, 7682, 241, 0, "Medium");
+    const std::string url = " rtmp://矢/a?b=c&d ", key = "k\\n\"🎬\" ", escaped = "k\\\\n\"🎬\" ";
+    for (const auto &[answers, width, before, after] :
+        {std::tuple{"=>Save", "", low,
+             std::format(kFile, url, escaped, 500, 7680, 16, 1, 1000, "veryfast")},
+            {"=>Save", "361", high,
+                std::format(kFile, url, escaped, 51000, 360, 7680, 240, 1, "veryfast")},
+            {"=>Cancel", "", low, low}, {"  =>Save|=>OK|=>Cancel", "", low, low}}) {
+        write_file(profile_config_path(), before);
+        load_profile_config();
+        const auto type = [&, typed = QString::fromUtf8(width)](QWidget &dialog) {
+            type_over(child<QLineEdit>(dialog, "keyEdit"), QString::fromStdString(key));
+            type_over(child<QLineEdit>(dialog, "urlEdit"), QString::fromStdString(url));
+            if (!typed.isEmpty()) {
+                type_over(child<QLineEdit>(child<QSpinBox>(dialog, "widthSpin")), typed);
+            }
+        };
+        const std::string shown = answering(answers, [] { open_settings_dialog(); }, type);
+        EXPECT_EQ(shown.find("/Validation|") == shown.npos, *answers == '=');
+        save_profile_file();
+        EXPECT_EQ(read_text(profile_config_path()), after);
+    }
+    close_config_files();
 }
 
 } // namespace
