@@ -23,11 +23,10 @@ using testing::SizeIs;
 
 class CanvasTest : public testing::Test {
 protected:
-    // Until they are gone the last test's sources keep their names.
-    CanvasTest() { ObsSession::destroy_released_sources(); }
-
-    void init() {
-        ASSERT_TRUE(canvas.init());
+    CanvasTest() {
+        // Until they are gone the last test's sources keep their names.
+        ObsSession::destroy_released_sources();
+        EXPECT_TRUE(canvas.init());
         log.clear();
     }
 
@@ -53,8 +52,9 @@ protected:
 // A second init must not build a second view, nor a shutdown leave one that blocks the next init.
 // At a higher frame rate than the host's the stream's clock would run slow unnoticed.
 TEST_F(CanvasTest, comes_back_after_a_shutdown) {
-    log.clear();
     canvas.shutdown();
+    canvas.shutdown();
+    EXPECT_THAT(log.take(), ElementsAre("I Canvas shut down"));
     for (int life = 0; life < 2; ++life) {
         EXPECT_TRUE(canvas.init());
         EXPECT_THAT(log.take(), ElementsAre("I Scene created (private): Scene 1",
@@ -78,7 +78,6 @@ TEST_F(CanvasTest, comes_back_after_a_shutdown) {
 
 // Each operation on the list, with what it says and leaves.
 TEST_F(CanvasTest, scene_list_operations) {
-    init();
     // Refusals are logged as warnings. The scenes are each followed by a comma, the active one by
     // *.
     const auto expect = [&](bool result, const std::string &line, const std::string &scenes) {
@@ -118,7 +117,6 @@ TEST_F(CanvasTest, scene_list_operations) {
 // video settings, which frees the view's place in the pipeline and moves its items; a repeated
 // assignment must not add a second item.
 TEST_F(CanvasTest, assigned_source_covers) {
-    init();
     const auto assign = [&] {
         return canvas.assign_scene_source("Scene 1", "Shape");
     };
@@ -244,7 +242,6 @@ TEST_F(CanvasTest, scenes_hold_and_release_their_sources) {
 // A scene collection is switched by removing every source: one that the canvas holds on to makes
 // the host stop saving the user's scenes, and one that it forgets leaves the stream black.
 TEST_F(CanvasTest, every_assignment_follows_its_source) {
-    init();
     OBSSceneAutoRelease scene = obs_scene_create("Host scene");
     ASSERT_TRUE(canvas.create_scene("Idle"));
     for (const char *name : {"Scene 1", "Idle"}) {
@@ -287,7 +284,6 @@ TEST_F(CanvasTest, every_assignment_follows_its_source) {
 // Another module may answer what the canvas does to a source with a change of its own, on the
 // thread that follows the changes and in the middle of that work.
 TEST_F(CanvasTest, follows_a_change_made_by_a_handler) {
-    init();
     ASSERT_TRUE(canvas.create_scene("Second"));
     ASSERT_FALSE(canvas.assign_scene_source("Scene 1", "Awaited"));
     ASSERT_FALSE(canvas.assign_scene_source("Second", "Made"));

@@ -3,8 +3,6 @@
 #include "support/module_fixture.hpp"
 #include "support/user_actions.hpp"
 
-#include <QDockWidget>
-
 namespace corvane::test {
 
 namespace {
@@ -120,37 +118,32 @@ TEST_F(EventsTest, stream_follows_the_main_stream) {
 // What is saved while the stream is live must count from its next start. With the type that keeps
 // the connection no secret may get into the log on any of these ways.
 TEST_F(EventsTest, stream_takes_saved_settings_at_its_next_start) {
+    const std::string nobody = "rtmp://127.0.0.1:" + std::to_string(free_port()) + "/live";
     for (const bool resilient : {false, true}) {
         const std::string secret = resilient ? "hidden" : "shown";
+        const std::string key = "key-" + secret;
         const auto url = [&](const std::string &server) {
             return std::format(
                 "rtmp://user-{0}:word-{0}@{1}?token=query-{0}", secret, server.substr(7));
         };
-        const auto save = [&](const std::string &server, const std::string &key) {
-            const auto type = [&](QWidget &dialog) {
-                type_over(child<QLineEdit>(dialog, "urlEdit"), QString::fromStdString(url(server)));
-                type_over(child<QLineEdit>(dialog, "keyEdit"), QString::fromStdString(key));
-            };
-            const auto &open = frontend.tools_menu.back().second;
-            EXPECT_EQ(answering("=>Save", open, type), "Vertical Canvas — Settings|");
-        };
-        use_profile("P", small_profile(url(sink.url()), true, "key-1-" + secret) +
-                             "[Resilience]\nenabled=" + (resilient ? "true" : "false"));
+        use_profile("P", small_profile(url(sink.url()), true, key) +
+                             std::format("[Resilience]\nenabled={}", resilient));
         ASSERT_TRUE(load());
-        EXPECT_TRUE(goes_live("key-1-" + secret));
-        save(sink.url(), "key-2-" + secret);
-        EXPECT_TRUE(live());
-        EXPECT_EQ(sink.ended("key-1-" + secret), "");
-        EXPECT_TRUE(ends_after(OBS_FRONTEND_EVENT_STREAMING_STOPPED));
-        EXPECT_TRUE(goes_live("key-2-" + secret));
-        save("rtmp://127.0.0.1:" + std::to_string(free_port()) + "/live", "key-3-" + secret);
-        EXPECT_TRUE(ends_after(OBS_FRONTEND_EVENT_STREAMING_STOPPED));
-        bool shown = false;
-        const auto fail = [&] {
-            send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-            EXPECT_TRUE(wait_until([&] { return shown && !live(); }));
+        EXPECT_TRUE(goes_live(key));
+        const auto type = [&](QWidget &dialog) {
+            type_over(child<QLineEdit>(dialog, "urlEdit"), QString::fromStdString(url(nobody)));
+            type_over(child<QLineEdit>(dialog, "keyEdit"), QString::fromStdString("new-" + key));
         };
-        answering("=>OK", fail, [&](QWidget &) { shown = true; });
+        answering("=>Save", frontend.tools_menu.back().second, type);
+        EXPECT_TRUE(live());
+        EXPECT_EQ(sink.ended(key), "");
+        EXPECT_TRUE(ends_after(OBS_FRONTEND_EVENT_STREAMING_STOPPED));
+        bool refused = false;
+        const auto start = [&] {
+            send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+            EXPECT_TRUE(wait_until([&] { return refused && !live(); }));
+        };
+        answering("=>OK", start, [&](QWidget &) { refused = true; });
         unload();
         EXPECT_EQ(log.whole().find(secret) == std::string::npos, resilient);
     }
@@ -211,97 +204,6 @@ TEST_F(EventsTest, events_raised_while_handling_are_dropped) {
     EXPECT_FALSE(log.has("No saved scenes"));
     send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
     EXPECT_TRUE(log.has("I No saved scenes — keeping default Scene 1"));
-}
-
-// The dock must be where the user left it, there once, and on a first run where it is noticed.
-TEST_F(EventsTest, dock_comes_back_where_it_was) {
-    frontend.main_window = &window;
-    window.show();
-    const std::string docked = "dockfloating=false\ndockarea=";
-    for (const auto &[file, state, area] : std::vector<std::tuple<std::string, std::string, int>>{
-             {"", "floating=yes, visible=yes", 2}, {docked + "0", "floating=no, visible=yes", 2},
-             {docked + "1", "floating=no, visible=yes", 1},
-             {docked + "-8\ndockvisible=false", "floating=no, visible=no", 2},
-             {"dockvisible=false\ndockgeometry=?!", "floating=yes, visible=no", 2}}) {
-        write_file(global_file, "[VerticalCanvas]\n" + file);
-        ASSERT_TRUE(load());
-        send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
-        send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
-        const auto docks = window.findChildren<QDockWidget *>("corvane-vertical-canvas");
-        ASSERT_EQ(docks.size(), 1);
-        QDockWidget &dock = *docks.front();
-        EXPECT_EQ(window.dockWidgetArea(&dock), area) << file;
-        const std::string floating = dock.isFloating() ? "true" : "false";
-        const std::string visible = dock.isVisible() ? "true" : "false";
-        const std::string geometry = dock.saveGeometry().toBase64().toStdString();
-        log.clear();
-        send(OBS_FRONTEND_EVENT_EXIT);
-        EXPECT_TRUE(log.has("I Dock state saved (" + state + ")")) << file;
-        unload();
-        delete &dock;
-        EXPECT_THAT(read_lines(global_file),
-            testing::IsSupersetOf({"dockfloating=" + floating, "dockvisible=" + visible,
-                "dockarea=" + std::to_string(area), "dockgeometry=" + geometry}));
-    }
-}
-
-// Between two profiles and after a failed change the dock must hold on to nothing; the user must be
-// told of it once the handler has returned, and events be answered; a good profile mends it all.
-// What the old profile's settings dialog shows must not be saved into the new one.
-TEST_F(EventsTest, dock_follows_the_profile) {
-    frontend.main_window = &window;
-    write_file(global_file, "[Scenes]\ncount=2\nactivescene=B\nscene_0_name=A\nscene_1_name=B");
-    ASSERT_TRUE(load());
-    send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
-    const std::string shown = "Scene: B| A|► B*@|+ A- RRenAssSta|Stopped";
-    const std::string dead = "No active scene||No output";
-    std::string between;
-    log.at_each_line([&](const std::string &line) {
-        between = line == "I VerticalOutput destroyed" ? seen(window) : between;
-    });
-    const auto change = [&](const std::string &key) {
-        use_profile("P" + key, "[VerticalCanvas]\n" + key);
-        send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
-    };
-    change("canvaswidth=64");
-    EXPECT_EQ(seen(window), shown);
-    EXPECT_EQ(between, dead);
-    bool returned = false;
-    const auto fail = [&] {
-        change("canvasheight=0");
-        returned = true;
-        EXPECT_EQ(seen(window), dead);
-        EXPECT_EQ(log.take().back(), "E Failed to rebuild vertical runtime after profile change");
-        send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-        send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-        EXPECT_THAT(log.take(), IsEmpty());
-        QCoreApplication::processEvents();
-    };
-    const std::string box =
-        "Corvane Vertical Canvas|Failed to rebuild the vertical canvas after "
-        "profile switch.\n\nRestart OBS before using the vertical output again.";
-    EXPECT_EQ(answering("=>OK", fail, [&](QWidget &) { EXPECT_TRUE(returned); }), box);
-    change("");
-    EXPECT_EQ(seen(window), shown);
-    log.at_each_line({});
-    ASSERT_FALSE(frontend.tools_menu.empty());
-    const auto &[text, open] = frontend.tools_menu.back();
-    EXPECT_EQ(text, "Corvane Vertical Streaming Settings");
-    EXPECT_EQ(answering("=>Cancel", open), "Vertical Canvas — Settings|");
-    const auto switch_profile = [&](QWidget &dialog) {
-        use_profile("other", "[VerticalCanvas]\nrtmpurl=rtmp://other/app\n");
-        send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
-        EXPECT_FALSE(dialog.isVisible());
-    };
-    EXPECT_EQ(answering("", open, switch_profile), "Vertical Canvas — Settings|");
-
-    // A scene that was only chosen is active in the next profile, too.
-    auto &list = child<QListWidget>(window, "sceneList");
-    click_row(list, 0);
-    send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
-    EXPECT_EQ(seen(window), "Scene: A|► A*@| B|+ A- RRenAssSta|Stopped");
-    EXPECT_THAT(read_lines(global_file), testing::Contains("activescene=A"));
-    EXPECT_THAT(read_lines(profile_file("other")), testing::Contains("rtmpurl=rtmp://other/app"));
 }
 
 } // namespace

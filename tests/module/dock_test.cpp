@@ -1,65 +1,47 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "ui/vertical_dock.hpp"
-
-#include "canvas/vertical_canvas.hpp"
-#include "core/config_files.hpp"
-#include "core/module_state.hpp"
-#include "core/scene_list_store.hpp"
-#include "mux/resilient/stream_timeouts.hpp"
-#include "output/vertical_output.hpp"
 #include "support/local_server.hpp"
 #include "support/module_fixture.hpp"
-#include "support/scripted_stream.hpp"
 #include "support/user_actions.hpp"
-#include "ui/settings_dialog.hpp"
 #include "ui/vertical_preview_widget.hpp"
 
-#include <QNetworkProxy>
+#include <QDockWidget>
 #include <QSpinBox>
-#include <QTcpServer>
+
+#include <thread>
 
 namespace corvane::test {
 
 namespace {
 
-// A dock on the screen with a small canvas, its output and the file its scenes are saved in.
-class DockTest : public testing::Test {
+using testing::Contains;
+using testing::FieldsAre;
+using testing::IsEmpty;
+
+// The module's dock on the screen, with a small canvas.
+class DockTest : public ModuleFixture {
 protected:
     DockTest() {
-        register_output_types();
-        ObsSession::destroy_released_sources();
-        open_runtime();
-        dock.show();
-        EXPECT_TRUE(QTest::qWaitForWindowExposed(&dock));
-    }
-    ~DockTest() override {
-        close_runtime();
-        FakeFrontend::get().scenes.clear();
+        frontend.main_window = &window;
+        window.show();
+        open();
     }
 
-    // As the core does when the profile changes; what is not saved is lost.
-    void open_runtime(const OutputConfig &config = {}) {
-        const std::string path = dir_.filePath(QStringLiteral("list.ini")).toStdString();
-        config_open(&module_state.global_config, path.c_str(), CONFIG_OPEN_ALWAYS);
-        module_state.canvas = &canvas.emplace(CanvasConfig{.width = 72, .height = 128});
-        EXPECT_TRUE(canvas->init());
-        EXPECT_TRUE(output.emplace(&*canvas, config).init());
-        restore_scene_list();
-        dock.setRuntime(&*canvas, &*output);
-        log.clear();
+    void open() {
+        EXPECT_TRUE(load());
+        send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
     }
-    void close_runtime() {
-        dock.setRuntime(nullptr, nullptr);
-        output.reset();
-        canvas.reset();
-        module_state.canvas = nullptr;
-        close_config_files();
+    void close() {
+        unload();
+        delete &dock();
     }
+    QDockWidget &dock() const { return child<QDockWidget>(window); }
+
     // Without such a button the keys are used that activate the scene below.
     void click(const std::string &name) {
-        if (auto *button = dock.findChild<QPushButton *>(QString::fromStdString(name))) {
+        if (auto *button = window.findChild<QPushButton *>(QString::fromStdString(name))) {
             return QTest::mouseClick(button, Qt::LeftButton);
         }
+        auto &list = child<QListWidget>(window, "sceneList");
         QTest::keyClick(&list, Qt::Key_Down);
         QTest::keyClick(&list, Qt::Key_Return);
     }
@@ -68,17 +50,8 @@ protected:
         return answering(answers, [&] { click(button); });
     }
     bool comes_to_show(const std::string &all) {
-        return wait_until([&] { return seen(dock) == all; });
+        return wait_until([&] { return seen(window) == all; });
     }
-
-    LogCapture &log = LogCapture::get();
-    std::optional<VerticalCanvas> canvas;
-    std::optional<VerticalOutput> output;
-    VerticalDock dock{nullptr, nullptr, nullptr};
-    QListWidget &list = child<QListWidget>(dock);
-
-private:
-    QTemporaryDir dir_;
 };
 
 // What the user does with the scenes must change the list as said and save it, nothing else may; a
@@ -86,7 +59,7 @@ private:
 // anything but exactly that name, by the list, a dialog or the file.
 TEST_F(DockTest, works_the_scene_list) {
     const HostScene upper("Main"), lower("main"), markup("<i>矢</i>");
-    FakeFrontend::get().scenes = {upper.source(), lower.source(), markup.source()};
+    frontend.scenes = {upper.source(), lower.source(), markup.source()};
     const std::string odd = "► <b>矢</b> [Main] \"C:\\new\\r\" = %1 &Z #;";
     const std::string buttons = "+ A- RRenAssSta|Stopped";
     using Steps = std::vector<std::array<std::string, 3>>;
@@ -104,13 +77,13 @@ TEST_F(DockTest, works_the_scene_list) {
         log.clear();
         click(button, answers);
         EXPECT_EQ(log.has("Scene list saved"), !answers.empty());
-        EXPECT_EQ(seen(dock), "Scene: " + after + buttons);
+        EXPECT_EQ(seen(window), "Scene: " + after + buttons);
     }
     log.clear();
     const std::string add = "Add Scene|Scene name:", rename = "Rename Scene|New name:" + odd;
     const std::string assign = "Assign OBS Scene — " + odd + "|";
     const std::string remove = "Remove Scene|Remove scene \"";
-    const std::string before = seen(dock);
+    const std::string before = seen(window);
     for (const auto &[button, answers, shown] :
         Steps{{"addButton", "Z=>Cancel", add}, {"addButton", "  =>OK", add},
             {"renameButton", "=>OK", rename}, {"renameButton", "  =>OK", rename},
@@ -121,63 +94,56 @@ TEST_F(DockTest, works_the_scene_list) {
             {"renameButton", "B =>OK|=>OK",
                 rename + "/Rename Scene|A scene named \"B \" already exists."}}) {
         EXPECT_EQ(click(button, answers), shown);
-        EXPECT_EQ(seen(dock), before);
+        EXPECT_EQ(seen(window), before);
     }
     EXPECT_FALSE(log.has("Scene list saved"));
 
     obs_source_set_name(lower.source(), "Renamed");
     const std::string renamed = "Scene: " + odd + "|► " + odd + " [Renamed]*@| B|" + buttons;
     EXPECT_TRUE(comes_to_show(renamed));
-    close_runtime();
-    open_runtime();
-    EXPECT_EQ(seen(dock), renamed);
-    FakeFrontend::get().scenes.clear();
+    EXPECT_THAT(read_lines(global_file), Contains("scene_0_source=Renamed"));
+    close();
+    open();
+    EXPECT_EQ(seen(window), renamed);
+    frontend.scenes.clear();
     EXPECT_EQ(click("assignButton", "=>OK"), assign + "-");
     EXPECT_EQ(click("assignButton", "=>Cancel"), assign + "(None)");
-    EXPECT_EQ(seen(dock), "Scene: " + odd + "|► " + odd + "*@| B|" + buttons);
+    EXPECT_EQ(seen(window), "Scene: " + odd + "|► " + odd + "*@| B|" + buttons);
     for ([[maybe_unused]] const int scene : {0, 1}) {
         EXPECT_TRUE(click("removeButton", "=>Yes").starts_with(remove));
     }
-    EXPECT_EQ(seen(dock), "No active scene|+ ASta|Stopped");
+    EXPECT_EQ(seen(window), "No active scene|+ ASta|Stopped");
 }
 
-// A dialog outlives the canvas when the profile changes below it; its answer must do nothing.
+// A dialog may outlive the canvas; its answer must then do nothing.
 TEST_F(DockTest, loses_the_canvas_below_a_dialog) {
     for (const auto &[button, answer] : {std::pair{"removeButton", "=>Yes"}, {"addButton", "Z=>OK"},
              {"renameButton", "Z=>OK"}, {"assignButton", "0=>OK"}}) {
         const auto act = [&, name = button] {
             click(name);
         };
-        EXPECT_NE(answering(answer, act, [&](QWidget &) { close_runtime(); }), "");
-        EXPECT_EQ(seen(dock), "No active scene||No output");
-        open_runtime();
+        EXPECT_NE(answering(answer, act, [&](QWidget &) { unload(); }), "");
+        EXPECT_EQ(seen(window), "No active scene||No output");
+        close();
+        open();
     }
 }
 
-// The dock must show by itself what the stream does, and offer only what can be done.
+// The dock must show by itself what the stream does, and offer only what can be done: the resilient
+// type is on air only with a connection, and with pictures for it.
 TEST_F(DockTest, follows_the_stream) {
-    const LocalServer sink;
+    const LocalServer sink, silent;
+    silent.freeze();
     click("startButton");
     EXPECT_TRUE(log.has("W [corvane] Dock: failed to start vertical output"));
     const std::string scenes = "Scene: Scene 1|► Scene 1*@|+ A- RRenAss";
-    EXPECT_EQ(seen(dock), scenes + "Sta|Stopped");
-
-    // The resilient type is on air only with a connection, and with pictures for it.
-    QTcpServer silent;
-    silent.setProxy(QNetworkProxy::NoProxy);
-    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
-    stream_timeouts.encoders = std::chrono::seconds(4);
-    const auto start = [&](const std::string &url) {
-        close_runtime();
-        open_runtime({.url = url, .key = "r", .bitrate_kbps = 300, .resilient = true});
+    EXPECT_EQ(seen(window), scenes + "Sta|Stopped");
+    for (const LocalServer *server : {&silent, &sink}) {
+        use_profile("R", small_profile(server->url()) + "[Resilience]\nenabled=true\n");
+        send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
         click("startButton");
-        EXPECT_EQ(seen(dock), scenes + "Sto|Connecting");
-    };
-    start("rtmp://127.0.0.1:" + std::to_string(silent.serverPort()) + "/live");
-    EXPECT_TRUE(wait_until([&] { return silent.hasPendingConnections(); }));
-    dock.setRuntime(&*canvas, &*output);
-    EXPECT_EQ(seen(dock), scenes + "Sto|Connecting");
-    start(sink.url());
+        EXPECT_EQ(seen(window), scenes + "Sto|Connecting");
+    }
     EXPECT_TRUE(comes_to_show(scenes + "Sto|Streaming"));
     std::atomic<bool> held = true; // the host composes no picture meanwhile
     const auto hold = [](void *still, float) {
@@ -191,34 +157,115 @@ TEST_F(DockTest, follows_the_stream) {
     EXPECT_TRUE(comes_to_show(scenes + "Sto|Streaming"));
     click("stopButton");
     EXPECT_TRUE(comes_to_show(scenes + "Sta|Stopped"));
-    stream_timeouts = {};
 }
 
-// A canvas that goes with its profile must not be drawn any more.
-TEST_F(DockTest, draws_only_what_is_there) {
+// Between two profiles and after a failed change the dock must hold on to nothing, nor may a frame
+// that is being drawn; the user must be told of it once the handler has returned, and events be
+// answered; a good profile mends it all. What the old profile's settings dialog shows must not be
+// saved into the new one.
+TEST_F(DockTest, follows_the_profile) {
+    close();
+    write_file(global_file, "[Scenes]\ncount=2\nactivescene=B\nscene_0_name=A\nscene_1_name=B");
+    open();
+    const std::string shown = "Scene: B| A|► B*@|+ A- RRenAssSta|Stopped";
+    const std::string dead = "No active scene||No output";
     std::atomic<bool> drawing = false, asked = false;
     std::thread frame([&] {
         obs_enter_graphics();
         drawing = true;
-        for (int left = 2000; left > 0; left -= asked) {
+        for (int left = 20'000; left > 0; left -= asked) {
             std::this_thread::yield();
         }
         drawing = false;
         obs_leave_graphics();
     });
     EXPECT_TRUE(wait_until([&] { return drawing.load(); }));
-    asked = true;
-    dock.setRuntime(nullptr, nullptr);
-    EXPECT_FALSE(drawing) << "a frame may still show the old canvas";
+    std::string between;
+    log.at_each_line([&](const std::string &line) {
+        asked = asked || line.starts_with("I Scene list saved");
+        if (line == "I VerticalOutput destroyed") {
+            between = seen(window) + (drawing ? " but in a frame" : "");
+        }
+    });
+    const auto change = [&](const std::string &key) {
+        use_profile("P" + key, "[VerticalCanvas]\n" + key);
+        send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
+    };
+    change("canvaswidth=64");
+    EXPECT_EQ(seen(window), shown);
     frame.join();
+    log.at_each_line({});
+    EXPECT_EQ(between, dead);
+    bool returned = false;
+    const auto fail = [&] {
+        change("canvasheight=0");
+        returned = true;
+        EXPECT_EQ(seen(window), dead);
+        EXPECT_EQ(log.take().back(), "E Failed to rebuild vertical runtime after profile change");
+        send(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
+        send(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+        EXPECT_THAT(log.take(), IsEmpty());
+        QCoreApplication::processEvents();
+    };
+    const std::string box =
+        "Corvane Vertical Canvas|Failed to rebuild the vertical canvas after "
+        "profile switch.\n\nRestart OBS before using the vertical output again.";
+    EXPECT_EQ(answering("=>OK", fail, [&](QWidget &) { EXPECT_TRUE(returned); }), box);
+    change("");
+    EXPECT_EQ(seen(window), shown);
+    ASSERT_FALSE(frontend.tools_menu.empty());
+    const auto &[text, open] = frontend.tools_menu.back();
+    EXPECT_EQ(text, "Corvane Vertical Streaming Settings");
+    EXPECT_EQ(answering("=>Cancel", open), "Vertical Canvas — Settings|");
+    const auto switch_profile = [&](QWidget &dialog) {
+        use_profile("other", "[VerticalCanvas]\nrtmpurl=rtmp://other/app\n");
+        send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
+        EXPECT_FALSE(dialog.isVisible());
+    };
+    EXPECT_EQ(answering("", open, switch_profile), "Vertical Canvas — Settings|");
+
+    // A scene that was only chosen is active in the next profile, too.
+    auto &list = child<QListWidget>(window, "sceneList");
+    click_row(list, 0);
+    send(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
+    EXPECT_EQ(seen(window), "Scene: A|► A*@| B|+ A- RRenAssSta|Stopped");
+    EXPECT_THAT(read_lines(global_file), Contains("activescene=A"));
+    EXPECT_THAT(read_lines(profile_file("other")), Contains("rtmpurl=rtmp://other/app"));
+}
+
+// The dock must be where the user left it, there once, and on a first run where it is noticed.
+TEST_F(DockTest, comes_back_where_it_was) {
+    const std::string docked = "dockfloating=false\ndockarea=";
+    for (const auto &[file, state, area] : std::vector<std::tuple<std::string, std::string, int>>{
+             {"", "floating=yes, visible=yes", 2}, {docked + "0", "floating=no, visible=yes", 2},
+             {docked + "1", "floating=no, visible=yes", 1},
+             {docked + "-8\ndockvisible=false", "floating=no, visible=no", 2},
+             {"dockvisible=false\ndockgeometry=?!", "floating=yes, visible=no", 2}}) {
+        close();
+        write_file(global_file, "[VerticalCanvas]\n" + file);
+        open();
+        send(OBS_FRONTEND_EVENT_FINISHED_LOADING);
+        ASSERT_EQ(window.findChildren<QDockWidget *>("corvane-vertical-canvas").size(), 1);
+        EXPECT_EQ(window.dockWidgetArea(&dock()), area) << file;
+        const std::string floating = dock().isFloating() ? "true" : "false";
+        const std::string visible = dock().isVisible() ? "true" : "false";
+        const std::string geometry = dock().saveGeometry().toBase64().toStdString();
+        log.clear();
+        send(OBS_FRONTEND_EVENT_EXIT);
+        EXPECT_TRUE(log.has("I Dock state saved (" + state + ")")) << file;
+        unload();
+        EXPECT_THAT(read_lines(global_file),
+            testing::IsSupersetOf({"dockfloating=" + floating, "dockvisible=" + visible,
+                "dockarea=" + std::to_string(area), "dockgeometry=" + geometry}));
+    }
 }
 
 // The preview must keep to 9:16, in the middle, its limit and the layout must not fight on, and a
 // wrong viewport shows the stream distorted or off its place.
 TEST_F(DockTest, preview_comes_to_rest_in_its_place) {
-    auto &preview = child<VerticalPreviewWidget>(dock);
+    auto &preview = child<QWidget>(window, "verticalPreview");
     for (const QSize size : {QSize(540, 420), {540, 900}, {270, 900}, {400, 430}, {540, 420}}) {
-        dock.resize(size);
+        dock().resize(size);
         int moves = 0;
         for (int turn = 0; turn < 200; ++turn) {
             const QRect before = preview.geometry();
@@ -230,7 +277,6 @@ TEST_F(DockTest, preview_comes_to_rest_in_its_place) {
         EXPECT_EQ(preview.width(), std::min(preview.height() * 9 / 16, room));
         EXPECT_LE(std::abs(room - 2 * preview.geometry().center().x()), 2);
     }
-    using testing::FieldsAre;
     EXPECT_THAT(preview_viewport(500, 500, 1080, 1920), FieldsAre(109, 0, 281, 499));
     EXPECT_THAT(preview_viewport(135, 400, 1080, 1920), FieldsAre(0, 80, 135, 240));
     EXPECT_THAT(preview_viewport(300, 100, 1920, 1080), FieldsAre(61, 0, 177, 100));
@@ -238,9 +284,7 @@ TEST_F(DockTest, preview_comes_to_rest_in_its_place) {
 
 // What the dialog stores must be what it shows, numbers brought into range and texts as typed; a
 // refused or cancelled one must store nothing.
-TEST(SettingsDialogTest, stores_what_it_shows) {
-    const QTemporaryDir profile;
-    FakeFrontend::get().profile_dir = profile.path().toStdString();
+TEST_F(DockTest, settings_are_stored_as_shown) {
     constexpr const char *kFile =
         "[VerticalCanvas]\nrtmpurl={}\nstreamkey={}\nvideobitrate={}\ncanvaswidth={}\n"
         "canvasheight={}\nfpsnum={}\nfpsden={}\nautostartwithmain=false\n"
@@ -254,8 +298,9 @@ TEST(SettingsDialogTest, stores_what_it_shows) {
             {"=>Save", "361", high,
                 std::format(kFile, url, escaped, 51000, 360, 7680, 240, 1, "veryfast")},
             {"=>Cancel", "", low, low}, {"  =>Save|=>OK|=>Cancel", "", low, low}}) {
-        write_file(profile_config_path(), before);
-        load_profile_config();
+        unload();
+        use_profile("P", before);
+        EXPECT_FALSE(load()) << "no canvas has such numbers";
         const auto type = [&, typed = QString::fromUtf8(width)](QWidget &dialog) {
             type_over(child<QLineEdit>(dialog, "keyEdit"), QString::fromStdString(key));
             type_over(child<QLineEdit>(dialog, "urlEdit"), QString::fromStdString(url));
@@ -263,12 +308,11 @@ TEST(SettingsDialogTest, stores_what_it_shows) {
                 type_over(child<QLineEdit>(child<QSpinBox>(dialog, "widthSpin")), typed);
             }
         };
-        const std::string shown = answering(answers, [] { open_settings_dialog(); }, type);
+        const std::string shown = answering(answers, frontend.tools_menu.back().second, type);
         EXPECT_EQ(shown.find("/Validation|") == shown.npos, *answers == '=');
-        save_profile_file();
-        EXPECT_EQ(read_text(profile_config_path()), after);
+        unload();
+        EXPECT_EQ(read_text(profile_file("P")), after);
     }
-    close_config_files();
 }
 
 } // namespace
