@@ -2,9 +2,9 @@
 #include "output/vertical_output.hpp"
 
 #include "canvas/vertical_canvas.hpp"
-#include "support/host_objects.hpp"
 #include "support/local_server.hpp"
 #include "support/log_capture.hpp"
+#include "support/obs_session.hpp"
 #include "support/scripted_stream.hpp"
 #include "support/tap.hpp"
 #include "support/user_actions.hpp"

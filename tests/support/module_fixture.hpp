@@ -2,8 +2,8 @@
 #pragma once
 
 #include "support/fake_frontend.hpp"
-#include "support/host_objects.hpp"
 #include "support/log_capture.hpp"
+#include "support/obs_session.hpp"
 
 #include <util/platform.h>
 

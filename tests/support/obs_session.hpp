@@ -2,7 +2,7 @@
 #pragma once
 
 #include <obs-nix-platform.h>
-#include <obs.h>
+#include <obs.hpp>
 #include <util/bmem.h>
 
 #include <QGuiApplication>
@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace corvane::test {
 
@@ -97,6 +98,38 @@ private:
             throw std::runtime_error("the test host cannot start " + what);
         }
     }
+};
+
+// All that one of libobs's functions enumerates, such as all<OBSOutput>(obs_enum_outputs).
+template <typename Handle, typename Enumerate>
+std::vector<Handle> all(Enumerate enumerate) {
+    std::vector<Handle> found;
+    const auto add = [](void *list, auto *object) {
+        static_cast<std::vector<Handle> *>(list)->emplace_back(object);
+        return true;
+    };
+    enumerate(add, &found);
+    return found;
+}
+
+// One of the user's scenes. The host keeps a reference of its own until the scene is removed.
+class HostScene {
+public:
+    explicit HostScene(const char *name)
+        : scene_(obs_scene_create(name)) {}
+    ~HostScene() {
+        obs_source_remove(source());
+        scene_ = nullptr;
+        ObsSession::destroy_released_sources();
+    }
+    HostScene(const HostScene &) = delete;
+    HostScene &operator=(const HostScene &) = delete;
+
+    obs_scene_t *scene() const { return scene_; }
+    obs_source_t *source() const { return obs_scene_get_source(scene_); }
+
+private:
+    OBSSceneAutoRelease scene_;
 };
 
 } // namespace corvane::test
