@@ -62,6 +62,7 @@ TEST_F(DockTest, works_the_scene_list) {
     frontend.scenes = {upper.source(), lower.source(), markup.source()};
     const std::string odd = "► <b>矢</b> [Main] \"C:\\new\\r\" = %1 &Z #;";
     const std::string buttons = "+ A- RRenAssSta|Stopped";
+    const std::string odd_scene = odd + "|► " + odd;
     using Steps = std::vector<std::array<std::string, 3>>;
     for (const auto &[button, answers, after] :
         Steps{{"addButton", "  A =>OK", "Scene 1|► Scene 1*@| A|"},
@@ -72,12 +73,12 @@ TEST_F(DockTest, works_the_scene_list) {
             {"assignButton", "0=>OK", "Z| Scene 1|► Z*@|"},
             {"removeButton", "=>Yes", "Scene 1|► Scene 1*@|"},
             {"addButton", "B=>OK", "Scene 1|► Scene 1*@| B|"},
-            {"renameButton", odd + "=>OK", odd + "|► " + odd + "*@| B|"},
-            {"assignButton", "2=>OK", odd + "|► " + odd + " [main]*@| B|"}}) {
+            {"renameButton", odd + "=>OK", odd_scene + "*@| B|"},
+            {"assignButton", "2=>OK", odd_scene + " [main]*@| B|"}}) {
         log.clear();
         click(button, answers);
         EXPECT_EQ(log.has("Scene list saved"), !answers.empty());
-        EXPECT_EQ(seen(window), "Scene: " + after + buttons);
+        EXPECT_EQ(seen(window), std::format("Scene: {}{}", after, buttons));
     }
     log.clear();
     const std::string add = "Add Scene|Scene name:", rename = "Rename Scene|New name:" + odd;
@@ -90,7 +91,7 @@ TEST_F(DockTest, works_the_scene_list) {
             {"renameButton", "Z=>Cancel", rename}, {"assignButton", "1=>Cancel", assign + "main"},
             {"removeButton", "=>Cancel", remove + odd + "\"? This cannot be undone."},
             {"addButton", " " + odd + " =>OK|=>OK",
-                add + "/Add Scene|A scene named \" " + odd + " \" already exists."},
+                std::format("{}/Add Scene|A scene named \" {} \" already exists.", add, odd)},
             {"renameButton", "B =>OK|=>OK",
                 rename + "/Rename Scene|A scene named \"B \" already exists."}}) {
         EXPECT_EQ(click(button, answers), shown);
@@ -99,7 +100,7 @@ TEST_F(DockTest, works_the_scene_list) {
     EXPECT_FALSE(log.has("Scene list saved"));
 
     obs_source_set_name(lower.source(), "Renamed");
-    const std::string renamed = "Scene: " + odd + "|► " + odd + " [Renamed]*@| B|" + buttons;
+    const std::string renamed = "Scene: " + odd_scene + " [Renamed]*@| B|" + buttons;
     EXPECT_TRUE(comes_to_show(renamed));
     EXPECT_THAT(read_lines(global_file), Contains("scene_0_source=Renamed"));
     close();
@@ -108,7 +109,7 @@ TEST_F(DockTest, works_the_scene_list) {
     frontend.scenes.clear();
     EXPECT_EQ(click("assignButton", "=>OK"), assign + "-");
     EXPECT_EQ(click("assignButton", "=>Cancel"), assign + "(None)");
-    EXPECT_EQ(seen(window), "Scene: " + odd + "|► " + odd + "*@| B|" + buttons);
+    EXPECT_EQ(seen(window), "Scene: " + odd_scene + "*@| B|" + buttons);
     for ([[maybe_unused]] const int scene : {0, 1}) {
         EXPECT_TRUE(click("removeButton", "=>Yes").starts_with(remove));
     }
