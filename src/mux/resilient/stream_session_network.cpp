@@ -22,6 +22,9 @@ constexpr std::chrono::milliseconds kAudioHeaderTimeout = 1s;
 // Some servers accept a stream and close it at once: a connection is stable after sending video for
 // this long.
 constexpr auto kStableAfter = 2s;
+// Calls that can be interrupted return within this time; the next start may need what they free,
+// such as an SRT listener's port.
+constexpr auto kInterruptTime = 300ms;
 constexpr const char *kNothingToSend = "The encoders deliver nothing that could be sent";
 
 // FFmpeg's texts for AVERROR_EOF and AVERROR_EXIT are about files and programs, and its other codes
@@ -120,7 +123,7 @@ std::optional<StreamError> StreamSession::open_connection() {
     }
     const auto error = std::make_shared<std::optional<StreamError>>();
     if (run_abandonable([connection, error] { *error = connection->open(); },
-            [&] { return connection->interrupt().expired(); })) {
+            [&] { return connection->interrupt().expired(kInterruptTime); })) {
         return *error;
     }
     const std::scoped_lock lock(mutex_);
