@@ -2,16 +2,19 @@
 #include "core/frontend_events.hpp"
 
 #include "base/log.hpp"
+#include "base/obs_handles.hpp"
+#include "canvas/vertical_canvas.hpp"
 #include "core/config_files.hpp"
 #include "core/module_state.hpp"
 #include "core/plugin_settings.hpp"
 #include "core/runtime.hpp"
-#include "core/scene_list_store.hpp"
 #include "core/user_interface.hpp"
 #include "output/vertical_output.hpp"
 
-#include <QCoreApplication>
-#include <QMessageBox>
+#include <obs-frontend-api.h>
+
+#include <algorithm>
+#include <vector>
 
 namespace corvane {
 
@@ -36,26 +39,6 @@ void on_streaming_stopped() {
     }
 }
 
-// Sources are assigned a second time, as the host may have created some only now. The first call
-// creates the dock.
-void show_runtime() {
-    restore_scene_list();
-    reapply_scene_sources();
-    module_state.ui->attach_dock();
-    module_state.ui->register_dock();
-}
-
-// Queued: a modal box here would run the event loop with the lock held.
-void show_rebuild_failure() {
-    const auto show = [] {
-        QMessageBox::information(nullptr, QString::fromUtf8(kModuleName),
-            QStringLiteral("Failed to rebuild the vertical canvas after profile switch.\n\n"
-                           "Restart OBS before using the vertical output again."),
-            QMessageBox::Ok);
-    };
-    QMetaObject::invokeMethod(QCoreApplication::instance(), show, Qt::QueuedConnection);
-}
-
 // The host resets its video before it reports the changed profile, but not while an output is
 // active: its main canvas would keep the old profile's size.
 void on_profile_changing() {
@@ -72,12 +55,22 @@ void on_profile_changed() {
     log_info("Profile change — rebuilding vertical runtime");
     destroy_runtime(/*save_scenes=*/true);
     load_profile_config();
-    if (!create_runtime_from_current_profile()) {
-        log_error("Failed to rebuild vertical runtime after profile change");
-        show_rebuild_failure();
+    create_and_show_runtime();
+}
+
+// In studio mode, too, this is the program's scene, not the preview's.
+void on_program_scene_changed() {
+    if (!module_state.canvas || !settings::followprogram.get()) {
         return;
     }
-    show_runtime();
+    const OBSSourceAutoRelease program = obs_frontend_get_current_scene();
+    const std::vector<SceneInfo> scenes = module_state.canvas->scene_list();
+    const auto shows_it =
+        std::ranges::find(scenes, obs_source_get_name(program), &SceneInfo::source_name);
+    if (program && shows_it != scenes.end()) {
+        module_state.canvas->set_active_scene(shows_it->name);
+        module_state.ui->attach_dock();
+    }
 }
 
 void on_finished_loading() {
@@ -105,6 +98,9 @@ void handle(obs_frontend_event event) {
         break;
     case OBS_FRONTEND_EVENT_PROFILE_CHANGED:
         on_profile_changed();
+        break;
+    case OBS_FRONTEND_EVENT_SCENE_CHANGED:
+        on_program_scene_changed();
         break;
     case OBS_FRONTEND_EVENT_EXIT:
         on_exit();

@@ -4,6 +4,7 @@
 #include "base/log.hpp"
 #include "core/config_files.hpp"
 #include "core/frontend_events.hpp"
+#include "core/hotkeys.hpp"
 #include "core/module_state.hpp"
 #include "core/plugin_settings.hpp"
 #include "core/runtime.hpp"
@@ -59,6 +60,7 @@ bool obs_module_load() {
     module_state.event_callback_registered = true;
     module_state.ui = make_user_interface().release();
     module_state.ui->add_tools_menu_item();
+    module_state.hotkeys = new Hotkeys;
     log_info("Loaded successfully");
     log_settings();
     return true;
@@ -75,6 +77,8 @@ void obs_module_unload() {
 
     const std::scoped_lock lock(module_state.runtime_mutex);
     destroy_runtime(/*save_scenes=*/true);
+    delete module_state.hotkeys;
+    module_state.hotkeys = nullptr;
     delete module_state.ui;
     module_state.ui = nullptr;
     save_global_file();

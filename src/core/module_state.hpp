@@ -12,6 +12,7 @@
 
 namespace corvane {
 
+class Hotkeys;
 class UserInterface;
 class VerticalCanvas;
 class VerticalOutput;
@@ -33,6 +34,7 @@ struct ModuleState {
 
     // Set while the module is loaded.
     UserInterface *ui = nullptr;
+    Hotkeys *hotkeys = nullptr;
 
     // Null when not open. The loaders, getters and setters take no lock: UI thread only.
     config_t *global_config = nullptr;

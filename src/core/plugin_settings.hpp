@@ -107,14 +107,17 @@ inline const ProfileKey<const char *> encoderpreset{"encoderpreset", OutputConfi
 inline const ProfileKey<bool> useactivesceneaudio{
     "useactivesceneaudio", CanvasConfig{}.use_active_scene_audio};
 
-// Selects the resilient output type; no field in the dialog. Read when the runtime is created. No
-// default is registered, since the config library would write it into every file: a missing key
+// Selects the resilient output type; an entry of the Tools menu. Read when the runtime is created.
+// No default is registered, since the config library would write it into every file: a missing key
 // reads as false.
 inline const ProfileKey<bool> resilience{"enabled", false, "Resilience"};
 
-// How many of the host's audio tracks are sent, 1 to 6; 0, as a missing key reads, means all. Like
-// the key above, it has no field in the dialog.
+// The keys of the Tools menu's options, like the one above. How many of the host's audio tracks are
+// sent, 1 to 6; 0, as a missing key reads, means all.
 inline const ProfileKey<uint32_t> audiotracks{"audiotracks", 0, "Options"};
+
+// Whether the active vertical scene follows the host's program scene.
+inline const ProfileKey<bool> followprogram{"followprogram", false, "Options"};
 
 // DockState: the dock's placement, for all profiles. The area is a Qt::DockWidgetArea (2 is right),
 // the geometry base64.

@@ -10,6 +10,9 @@
 #include "core/user_interface.hpp"
 #include "output/vertical_output.hpp"
 
+#include <QCoreApplication>
+#include <QMessageBox>
+
 #include <memory>
 
 namespace corvane {
@@ -87,6 +90,31 @@ void destroy_runtime(bool save_scenes) {
         delete module_state.canvas;
         module_state.canvas = nullptr;
     }
+}
+
+// Sources are assigned a second time, as the host may have created some only now.
+void show_runtime() {
+    restore_scene_list();
+    reapply_scene_sources();
+    follow_scenes_with_hotkeys();
+    module_state.ui->attach_dock();
+    module_state.ui->register_dock();
+}
+
+void create_and_show_runtime() {
+    if (create_runtime_from_current_profile()) {
+        show_runtime();
+        return;
+    }
+    log_error("Failed to rebuild vertical runtime after profile change");
+    // Queued: a modal box here would run the event loop with the lock held.
+    const auto show = [] {
+        QMessageBox::information(nullptr, QString::fromUtf8(kModuleName),
+            QStringLiteral("Failed to rebuild the vertical canvas after profile switch.\n\n"
+                           "Restart OBS before using the vertical output again."),
+            QMessageBox::Ok);
+    };
+    QMetaObject::invokeMethod(QCoreApplication::instance(), show, Qt::QueuedConnection);
 }
 
 void push_output_config() {

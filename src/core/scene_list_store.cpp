@@ -4,6 +4,7 @@
 #include "base/log.hpp"
 #include "canvas/vertical_canvas.hpp"
 #include "core/config_files.hpp"
+#include "core/hotkeys.hpp"
 #include "core/module_state.hpp"
 
 #include <algorithm>
@@ -89,6 +90,13 @@ void save_scene_list() {
 void save_scene_list_locked() {
     const std::scoped_lock lock(module_state.runtime_mutex);
     save_scene_list();
+    follow_scenes_with_hotkeys();
+}
+
+void follow_scenes_with_hotkeys() {
+    if (module_state.hotkeys && module_state.canvas) {
+        module_state.hotkeys->follow_scenes(module_state.canvas->scene_names());
+    }
 }
 
 void restore_scene_list() {

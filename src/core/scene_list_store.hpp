@@ -9,8 +9,11 @@ namespace corvane {
 // Writes the list and saves the file. Keeps a stored list that has not been restored yet.
 void save_scene_list();
 
-// The same, taking runtime_mutex itself.
+// The same after a change of the list, which the hotkeys follow. Takes runtime_mutex itself.
 void save_scene_list_locked();
+
+// Gives each scene of the canvas its hotkey.
+void follow_scenes_with_hotkeys();
 
 // Replaces the canvas's default scene by the saved list, if there is one.
 void restore_scene_list();

@@ -120,6 +120,8 @@ bool VerticalOutput::try_candidate(const char *id) {
         return false;
     }
     active_encoder_ = id;
+    destination_ = shown_server(config_.url, config_.key);
+    started_at_ = std::chrono::steady_clock::now();
     log_info("Vertical output started with encoder: %s", id);
     return true;
 }
@@ -191,7 +193,15 @@ VerticalOutput::State VerticalOutput::state() const {
     if (!output_active()) {
         return {};
     }
-    return {.active = true, .connection = std::move(connection)};
+    const auto on_air = std::chrono::steady_clock::now() - started_at_;
+    return {.active = true,
+        .encoder = active_encoder_,
+        .destination = destination_,
+        .on_air = std::chrono::floor<std::chrono::seconds>(on_air),
+        .connection = std::move(connection),
+        .total_bytes = obs_output_get_total_bytes(output_),
+        .dropped_frames = obs_output_get_frames_dropped(output_),
+        .congestion = obs_output_get_congestion(output_)};
 }
 
 ConnectionState VerticalOutput::connection_state() const {

@@ -6,6 +6,7 @@
 #include "output/output_config.hpp"
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -47,10 +48,17 @@ public:
     // Stops and waits until the stream has released the host's video and audio.
     void stop_and_release();
 
+    // All but `active` only while active.
     struct State {
         bool active = false;
-        // Only of the resilient type, and only while active.
+        std::string encoder;     // its id
+        std::string destination; // without secrets
+        std::chrono::seconds on_air{0};
+        // Of the resilient type only.
         std::optional<ConnectionState> connection;
+        uint64_t total_bytes = 0;
+        int dropped_frames = 0;
+        float congestion = 0; // 0 to 1
     };
     State state() const;
 
@@ -85,6 +93,8 @@ private:
     size_t audio_encoder_count_ = 0;
     OBSOutputAutoRelease output_;
     std::string active_encoder_;
+    std::string destination_; // of the last start
+    std::chrono::steady_clock::time_point started_at_;
     bool initialised_ = false;
 
     // Connected and disconnected without mutex_, which on_video_reset() takes.

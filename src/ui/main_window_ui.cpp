@@ -4,11 +4,13 @@
 #include "core/module_state.hpp"
 #include "core/plugin_settings.hpp"
 #include "core/user_interface.hpp"
+#include "ui/options_menu.hpp"
 #include "ui/settings_dialog.hpp"
 #include "ui/vertical_dock.hpp"
 
 #include <obs-frontend-api.h>
 
+#include <QAction>
 #include <QByteArray>
 #include <QDockWidget>
 #include <QMainWindow>
@@ -107,6 +109,11 @@ public:
     void add_tools_menu_item() override {
         obs_frontend_add_tools_menu_item(
             "Corvane Vertical Streaming Settings", [](void *) { open_settings_dialog(); }, nullptr);
+        auto *options =
+            static_cast<QAction *>(obs_frontend_add_tools_menu_qaction("Corvane Vertical Options"));
+        if (options) {
+            options->setMenu(new OptionsMenu(main_window()));
+        }
     }
 
     void register_dock() override {

@@ -10,7 +10,7 @@ namespace corvane {
 
 // For Qt, which reads a tool tip that looks like markup as such.
 inline QString plain_tool_tip(const QString &text) {
-    return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text;
+    return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text, Qt::WhiteSpaceNormal) : text;
 }
 
 // Shows the text, plain, when the event asks for a tool tip; false for other events. Without a

@@ -3,12 +3,12 @@
 #include "ui/vertical_dock.hpp"
 
 #include "canvas/vertical_canvas.hpp"
-#include "output/vertical_output.hpp"
 #include "ui/elided_label.hpp"
 #include "ui/tool_tip.hpp"
 #include "ui/vertical_preview_widget.hpp"
 #include "ui/widget_names.hpp"
 
+#include <QAction>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -18,7 +18,6 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
-#include <optional>
 #include <vector>
 
 namespace corvane {
@@ -31,39 +30,6 @@ constexpr const char *kStreamingStyle = "font-size: 11px; color: #4caf50; font-w
 
 constexpr const char *kEmptyPreview =
     "Nothing to show yet: press \"Assign OBS Scene\" and choose what this vertical scene shows";
-
-struct StreamStatus {
-    QString text;
-    QString reason = {}; // why a started stream is not live
-    bool live = false;
-};
-
-// The standard output type does not report its connection: it counts as live while it runs.
-StreamStatus stream_status(const VerticalOutput::State &state) {
-    using enum ConnectionState::Phase;
-    if (!state.active) {
-        return {.text = QStringLiteral("Stopped")};
-    }
-    switch (state.connection ? state.connection->phase : kConnected) {
-    case kStopped:
-        return {.text = QStringLiteral("Stopped")};
-    case kConnecting:
-        return {.text = QStringLiteral("Connecting")};
-    case kListening:
-        return {.text = QStringLiteral("Waiting for a caller"),
-            .reason =
-                QStringLiteral("The stream begins when somebody connects to this SRT listener")};
-    case kReconnecting:
-        return {.text = QStringLiteral("Reconnecting (%1)").arg(state.connection->failures),
-            .reason = QString::fromStdString(state.connection->reason)};
-    case kStalled:
-        return {.text = QStringLiteral("Encoder stalled"),
-            .reason = QStringLiteral("No packet from the encoders for 10 s")};
-    case kConnected:
-        break;
-    }
-    return {.text = QStringLiteral("Streaming"), .reason = {}, .live = true};
-}
 
 struct Button {
     const char *text;
@@ -165,7 +131,23 @@ void VerticalDock::build_scene_list(QBoxLayout *layout) {
                        "QListWidget::item:selected { background: #2a6099; color: white; }"));
     connect(sceneList, &QListWidget::itemClicked, this, &VerticalDock::onSceneItemClicked);
     connect(sceneList, &QListWidget::itemActivated, this, &VerticalDock::onSceneItemClicked);
+
+    // The buttons' commands as the list's context menu.
+    sceneList->setContextMenuPolicy(Qt::ActionsContextMenu);
+    add_list_action("Add Scene", {}, &VerticalDock::onAddScene);
+    add_list_action("Remove Scene", QKeySequence::Delete, &VerticalDock::onRemoveScene);
+    add_list_action("Rename Scene", Qt::Key_F2, &VerticalDock::onRenameScene);
+    add_list_action("Assign OBS Scene", {}, &VerticalDock::onConfigureScene);
     layout->addWidget(sceneList);
+}
+
+void VerticalDock::add_list_action(
+    const char *text, const QKeySequence &shortcut, void (VerticalDock::*slot)()) {
+    auto *action = new QAction(QString::fromUtf8(text), sceneList);
+    action->setShortcut(shortcut);
+    action->setShortcutContext(Qt::WidgetShortcut);
+    connect(action, &QAction::triggered, this, slot);
+    sceneList->addAction(action);
 }
 
 void VerticalDock::build_scene_buttons(QBoxLayout *layout) {
@@ -275,6 +257,9 @@ void VerticalDock::set_scene_buttons_enabled(bool add, bool others) {
     for (QPushButton *button : {removeButton, renameButton, assignButton}) {
         button->setEnabled(others);
     }
+    for (QAction *action : sceneList->actions()) {
+        action->setEnabled(action == sceneList->actions().front() ? add : others);
+    }
 }
 
 void VerticalDock::onActiveSceneChanged(const QString &sceneName) {
@@ -288,14 +273,12 @@ void VerticalDock::onStatusTick() {
     if (canvas && canvas->source_changes() != shownChanges) {
         scenes_edited();
     }
-    const VerticalOutput::State state = output ? output->state() : VerticalOutput::State{};
-    startButton->setEnabled(output && !state.active);
-    stopButton->setEnabled(state.active);
-    const StreamStatus status =
-        output ? stream_status(state) : StreamStatus{.text = QStringLiteral("No output")};
-    statusLabel->setText(status.text);
-    statusLabel->setToolTip(status.reason);
-    statusLabel->setStyleSheet(QString::fromUtf8(status.live ? kStreamingStyle : kIdleStyle));
+    status.update(output);
+    startButton->setEnabled(output && !status.active());
+    stopButton->setEnabled(status.active());
+    statusLabel->setText(status.text());
+    statusLabel->setToolTip(status.details());
+    statusLabel->setStyleSheet(QString::fromUtf8(status.live() ? kStreamingStyle : kIdleStyle));
 }
 
 } // namespace corvane

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include "ui/stream_status.hpp"
+
 #include <QString>
 #include <QWidget>
 
 #include <cstdint>
 
 class QBoxLayout;
+class QKeySequence;
 class QLabel;
 class QListWidget;
 class QListWidgetItem;
@@ -16,7 +19,6 @@ class QTimer;
 namespace corvane {
 
 class VerticalCanvas;
-class VerticalOutput;
 class VerticalPreviewWidget;
 struct SceneInfo;
 
@@ -56,6 +58,8 @@ private:
     void build_stream_buttons(QBoxLayout *layout);
     void build_status(QBoxLayout *layout);
     void add_scene_item(const SceneInfo &scene, bool active);
+    void add_list_action(
+        const char *text, const QKeySequence &shortcut, void (VerticalDock::*slot)());
     void set_scene_buttons_enabled(bool add, bool others);
     void scenes_edited();
 
@@ -72,6 +76,7 @@ private:
     QPushButton *stopButton = nullptr;
     QLabel *statusLabel = nullptr;
     QTimer *statusTimer = nullptr;
+    StreamStatus status;
     uint32_t shownChanges = 0; // the canvas's source_changes() when the list was filled
 };
 

@@ -107,6 +107,12 @@ TEST_F(DockTest, works_the_scene_list) {
     open();
     EXPECT_EQ(seen(window), renamed);
     frontend.scenes.clear();
+    auto &list = child<QListWidget>(window, "sceneList");
+    EXPECT_TRUE(list.item(0)->toolTip().contains("&lt;b&gt;")) << "taken for markup";
+    obs_source_remove(lower.source());
+    EXPECT_TRUE(wait_until(
+        [&] { return list.item(0)->toolTip().contains("OBS has no scene \"Renamed\""); }));
+    EXPECT_TRUE(child<QWidget>(window, "verticalPreview").toolTip().contains("Assign OBS Scene"));
     EXPECT_EQ(click("assignButton", "=>OK"), assign + "-");
     EXPECT_EQ(click("assignButton", "=>Cancel"), assign + "(None)");
     EXPECT_EQ(seen(window), "Scene: " + odd_scene + "*@| B|" + buttons);
@@ -254,6 +260,7 @@ TEST_F(DockTest, comes_back_where_it_was) {
         log.clear();
         send(OBS_FRONTEND_EVENT_EXIT);
         EXPECT_TRUE(log.has("I Dock state saved (" + state + ")")) << file;
+        EXPECT_TRUE(!file.empty() || dock().screen()->geometry().contains(dock().geometry()));
         unload();
         EXPECT_THAT(read_lines(global_file),
             testing::IsSupersetOf({"dockfloating=" + floating, "dockvisible=" + visible,
@@ -305,11 +312,16 @@ TEST_F(DockTest, settings_are_stored_as_shown) {
         const auto type = [&, typed = QString::fromUtf8(width)](QWidget &dialog) {
             type_over(child<QLineEdit>(dialog, "keyEdit"), QString::fromStdString(key));
             type_over(child<QLineEdit>(dialog, "urlEdit"), QString::fromStdString(url));
+            EXPECT_LE(dialog.height(), dialog.screen()->availableGeometry().height());
+            EXPECT_FALSE(child<QWidget>(dialog, "settingsButtons").visibleRegion().isEmpty());
             if (!typed.isEmpty()) {
                 type_over(child<QLineEdit>(child<QSpinBox>(dialog, "widthSpin")), typed);
             }
         };
+        // On a screen that is too low.
+        qApp->setStyleSheet(*width ? QStringLiteral("QAbstractSpinBox { min-height: 90px; }") : "");
         const std::string shown = answering(answers, frontend.tools_menu.back().second, type);
+        qApp->setStyleSheet({});
         EXPECT_EQ(shown.find("/Validation|") == shown.npos, *answers == '=');
         unload();
         EXPECT_EQ(read_text(profile_file("P")), after);

@@ -42,6 +42,17 @@ void obs_frontend_add_tools_menu_item(const char *name, obs_frontend_cb callback
     FakeFrontend::get().tools_menu.emplace_back(name, [callback, data] { callback(data); });
 }
 
+void *obs_frontend_add_tools_menu_qaction(const char *name) {
+    auto &action = FakeFrontend::get().tools_action;
+    action = std::make_unique<QAction>(QString::fromUtf8(name));
+    return action.get();
+}
+
+obs_source_t *obs_frontend_get_current_scene() {
+    const auto &scenes = FakeFrontend::get().scenes;
+    return scenes.empty() ? nullptr : obs_source_get_ref(scenes.front());
+}
+
 void obs_frontend_get_scenes(obs_frontend_source_list *sources) {
     for (obs_source_t *scene : FakeFrontend::get().scenes) {
         *da_push_back_new(sources->sources) = obs_source_get_ref(scene);

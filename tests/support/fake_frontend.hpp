@@ -4,7 +4,10 @@
 #include <obs-frontend-api.h>
 #include <obs.hpp>
 
+#include <QAction>
+
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,7 +39,9 @@ struct FakeFrontend {
     QMainWindow *main_window = nullptr;
     // What was added to the Tools menu: text and action.
     std::vector<std::pair<std::string, std::function<void()>>> tools_menu;
-    // What the host lists as its scenes, in its order.
+    // An action without callback that was added there; it may have a menu. Null in between.
+    std::unique_ptr<QAction> tools_action;
+    // What the host lists as its scenes, in its order; the first is the program's.
     std::vector<OBSSource> scenes;
 };
 

@@ -60,6 +60,7 @@ protected:
             unload();
         }
         frontend.main_window = nullptr;
+        frontend.tools_action.reset();
         frontend.scenes.clear();
         EXPECT_TRUE(frontend.callbacks.empty());
         EXPECT_FALSE(live());
