@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 
 namespace corvane {
@@ -48,7 +49,7 @@ constexpr CoverPlacement cover_placement(
 
 // The host's frame rate divided by the canvas's, rounded; 0 when that is not nearly a whole number
 // or a rate is invalid.
-constexpr uint32_t frame_rate_divisor(
+inline uint32_t frame_rate_divisor(
     uint32_t host_num, uint32_t host_den, uint32_t canvas_num, uint32_t canvas_den) {
     constexpr double kTolerance = 0.005; // 59.94 counts as 60
     const double host = static_cast<double>(host_num) * canvas_den;
@@ -57,9 +58,8 @@ constexpr uint32_t frame_rate_divisor(
         return 0;
     }
     const double ratio = host / canvas;
-    const auto nearest = static_cast<uint32_t>(ratio + 0.5);
-    const double error = ratio > nearest ? ratio - nearest : nearest - ratio;
-    return error <= kTolerance * nearest ? nearest : 0;
+    const auto nearest = static_cast<uint32_t>(std::lround(ratio));
+    return std::abs(ratio - nearest) <= kTolerance * nearest ? nearest : 0;
 }
 
 } // namespace corvane

@@ -20,18 +20,18 @@ QString as_clock(std::chrono::seconds time) {
 } // namespace
 
 void StreamStatus::update(const VerticalOutput *output) {
-    state_ = output ? output->state() : VerticalOutput::State{};
-    text_ = output ? QStringLiteral("Stopped") : QStringLiteral("No output");
-    reason_.clear();
-    live_ = false;
-    if (!state_.active) {
-        bytes_.clear();
+    stream = output ? output->state() : VerticalOutput::State{};
+    shownText = output ? QStringLiteral("Stopped") : QStringLiteral("No output");
+    disturbance.clear();
+    isLive = false;
+    if (!stream.active) {
+        bytesSent.clear();
         return;
     }
     const auto now = Clock::now();
-    bytes_.emplace_back(now, state_.total_bytes);
-    while (now - bytes_.front().first > kBitrateSpan) {
-        bytes_.pop_front();
+    bytesSent.emplace_back(now, stream.total_bytes);
+    while (now - bytesSent.front().first > kBitrateSpan) {
+        bytesSent.pop_front();
     }
     describe();
 }
@@ -39,34 +39,35 @@ void StreamStatus::update(const VerticalOutput *output) {
 // The standard output type does not report its connection: it counts as live while it runs.
 void StreamStatus::describe() {
     using enum ConnectionState::Phase;
-    switch (state_.connection ? state_.connection->phase : kConnected) {
+    switch (stream.connection ? stream.connection->phase : kConnected) {
     case kStopped: // ending
         break;
     case kConnecting:
-        text_ = QStringLiteral("Connecting");
+        shownText = QStringLiteral("Connecting");
         break;
     case kListening:
-        text_ = QStringLiteral("Waiting for a caller");
-        reason_ = QStringLiteral("The stream begins when somebody connects to this SRT listener");
+        shownText = QStringLiteral("Waiting for a caller");
+        disturbance =
+            QStringLiteral("The stream begins when somebody connects to this SRT listener");
         break;
     case kReconnecting:
-        text_ = QStringLiteral("Reconnecting (%1)").arg(state_.connection->failures);
-        reason_ = QString::fromStdString(state_.connection->reason);
+        shownText = QStringLiteral("Reconnecting (%1)").arg(stream.connection->failures);
+        disturbance = QString::fromStdString(stream.connection->reason);
         break;
     case kStalled:
-        text_ = QStringLiteral("Encoder stalled");
-        reason_ = QStringLiteral("No packet from the encoders for 10 s");
+        shownText = QStringLiteral("Encoder stalled");
+        disturbance = QStringLiteral("No packet from the encoders for 10 s");
         break;
     case kConnected:
-        text_ = QStringLiteral("Streaming");
-        live_ = true;
+        shownText = QStringLiteral("Streaming");
+        isLive = true;
         break;
     }
 }
 
 double StreamStatus::kilobits_per_second() const {
-    const auto &[from, earlier] = bytes_.front();
-    const auto &[to, total] = bytes_.back();
+    const auto &[from, earlier] = bytesSent.front();
+    const auto &[to, total] = bytesSent.back();
     const double seconds = std::chrono::duration<double>(to - from).count();
     return seconds > 0 && total > earlier
                ? static_cast<double>(total - earlier) * 8 / 1000 / seconds
@@ -74,24 +75,24 @@ double StreamStatus::kilobits_per_second() const {
 }
 
 QString StreamStatus::details() const {
-    if (!state_.active) {
+    if (!stream.active) {
         return {};
     }
     QStringList lines;
-    if (!reason_.isEmpty()) {
-        lines << reason_;
+    if (!disturbance.isEmpty()) {
+        lines << disturbance;
     }
-    lines << QStringLiteral("On air for %1").arg(as_clock(state_.on_air));
+    lines << QStringLiteral("On air for %1").arg(as_clock(stream.on_air));
     // The standard output type has no statistics.
-    if (state_.connection) {
+    if (stream.connection) {
         lines << QStringLiteral("%1 kbit/s, %2 frames dropped")
                      .arg(qRound(kilobits_per_second()))
-                     .arg(state_.dropped_frames);
+                     .arg(stream.dropped_frames);
     }
-    lines << QStringLiteral("Encoder: %1").arg(QString::fromStdString(state_.encoder));
+    lines << QStringLiteral("Encoder: %1").arg(QString::fromStdString(stream.encoder));
     lines << QStringLiteral("Reconnects automatically: %1")
-                 .arg(state_.connection ? QStringLiteral("yes") : QStringLiteral("no"));
-    lines << QStringLiteral("To %1").arg(QString::fromStdString(state_.destination));
+                 .arg(stream.connection ? QStringLiteral("yes") : QStringLiteral("no"));
+    lines << QStringLiteral("To %1").arg(QString::fromStdString(stream.destination));
     return lines.join(QLatin1Char('\n'));
 }
 

@@ -19,9 +19,9 @@ public:
     // output the text says so.
     void update(const VerticalOutput *output);
 
-    bool active() const { return state_.active; }
-    bool live() const { return live_; }
-    const QString &text() const { return text_; }
+    bool active() const { return stream.active; }
+    bool live() const { return isLive; }
+    const QString &text() const { return shownText; }
 
     // The reason of a disturbance and figures of the running stream, one a line; empty without one.
     QString details() const;
@@ -32,11 +32,11 @@ private:
     void describe();
     double kilobits_per_second() const;
 
-    VerticalOutput::State state_;
-    QString text_;
-    QString reason_; // why a started stream is not live
-    bool live_ = false;
-    std::deque<std::pair<Clock::time_point, uint64_t>> bytes_; // of the last seconds
+    VerticalOutput::State stream;
+    QString shownText;
+    QString disturbance; // why a started stream is not live
+    bool isLive = false;
+    std::deque<std::pair<Clock::time_point, uint64_t>> bytesSent; // of the last seconds
 };
 
 } // namespace corvane

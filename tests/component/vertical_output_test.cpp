@@ -82,7 +82,7 @@ TEST_F(VerticalOutputTest, refuses_without_canvas_or_url) {
     EXPECT_THAT(encoders(), IsEmpty());
 }
 
-// Every candidate must be tried in the stated order, each with exactly its own settings and six
+// Every candidate must be tried in the fixed order, each with exactly its own settings and six
 // audio encoders of its own; a failed round must leave nothing.
 TEST_F(VerticalOutputTest, tries_the_candidates_in_order) {
     // What was set, without the defaults, in alphabetical order.

@@ -54,7 +54,7 @@ protected:
     }
 };
 
-// What the user does with the scenes must change the list as said and save it, nothing else may; a
+// What the user does with the scenes must change the list and save it, nothing else may; a
 // scene that the host renames must be shown and saved without an edit; and no name may be taken for
 // anything but exactly that name, by the list, a dialog or the file.
 TEST_F(DockTest, works_the_scene_list) {
