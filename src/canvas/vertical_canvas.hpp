@@ -31,6 +31,7 @@ struct SceneInfo {
     std::string name;
     std::string source_name;
     bool source_missing = false; // the host has no source of that name
+    bool operator==(const SceneInfo &) const = default;
 };
 
 // The second canvas: a libobs view with its own video output and the list of vertical scenes that

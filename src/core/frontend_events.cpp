@@ -7,6 +7,7 @@
 #include "core/config_files.hpp"
 #include "core/module_state.hpp"
 #include "core/plugin_settings.hpp"
+#include "core/remote_control.hpp"
 #include "core/runtime.hpp"
 #include "core/user_interface.hpp"
 #include "output/vertical_output.hpp"
@@ -14,6 +15,7 @@
 #include <obs-frontend-api.h>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace corvane {
@@ -75,9 +77,14 @@ void on_program_scene_changed() {
 
 void on_finished_loading() {
     show_runtime();
+    if (!module_state.remote_control) {
+        module_state.remote_control = new RemoteControl;
+    }
 }
 
 void on_exit() {
+    // A request would wait for this thread, which soon waits for obs-websocket.
+    delete std::exchange(module_state.remote_control, nullptr);
     module_state.ui->record_dock_state();
     if (output_active()) {
         log_info("OBS exiting — stopping vertical output");

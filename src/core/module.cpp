@@ -7,6 +7,7 @@
 #include "core/hotkeys.hpp"
 #include "core/module_state.hpp"
 #include "core/plugin_settings.hpp"
+#include "core/remote_control.hpp"
 #include "core/runtime.hpp"
 #include "core/user_interface.hpp"
 #include "mux/common/stream_url.hpp"
@@ -76,6 +77,8 @@ void obs_module_unload() {
     }
 
     const std::scoped_lock lock(module_state.runtime_mutex);
+    delete module_state.remote_control;
+    module_state.remote_control = nullptr;
     destroy_runtime(/*save_scenes=*/true);
     delete module_state.hotkeys;
     module_state.hotkeys = nullptr;

@@ -13,6 +13,7 @@
 namespace corvane {
 
 class Hotkeys;
+class RemoteControl;
 class UserInterface;
 class VerticalCanvas;
 class VerticalOutput;
@@ -35,6 +36,7 @@ struct ModuleState {
     // Set while the module is loaded.
     UserInterface *ui = nullptr;
     Hotkeys *hotkeys = nullptr;
+    RemoteControl *remote_control = nullptr; // from the end of the host's loading to its exit event
 
     // Null when not open. The loaders, getters and setters take no lock: UI thread only.
     config_t *global_config = nullptr;

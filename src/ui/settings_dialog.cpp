@@ -3,6 +3,7 @@
 
 #include "core/plugin_settings.hpp"
 #include "core/runtime.hpp"
+#include "core/setting_limits.hpp"
 #include "ui/message_box.hpp"
 #include "ui/widget_names.hpp"
 
@@ -40,20 +41,8 @@ QFormLayout *add_form(QGroupBox *group) {
     return form;
 }
 
-struct SpinRange {
-    int least;
-    int most;
-    int step = 1;
-    const char *suffix = "";
-};
-
-constexpr SpinRange kBitrate{.least = 500, .most = 51000, .step = 100, .suffix = " kbps"};
-constexpr SpinRange kPixels{.least = 16, .most = 7680, .step = 2, .suffix = " px"};
-constexpr SpinRange kFpsNum{.least = 1, .most = 240};
-constexpr SpinRange kFpsDen{.least = 1, .most = 1000};
-
 int even_below(int value) {
-    return value - value % 2;
+    return value - value % kSizeRange.step;
 }
 
 // The host's default colour format needs even sides. An odd number typed becomes the even one
@@ -66,11 +55,12 @@ protected:
 };
 
 template <typename Box = QSpinBox>
-QSpinBox *make_spin(const SpinRange &range, const char *object_name, const char *label) {
+QSpinBox *make_spin(
+    const SettingRange &range, const char *suffix, const char *object_name, const char *label) {
     auto *spin = new Box;
     spin->setRange(range.least, range.most);
     spin->setSingleStep(range.step);
-    spin->setSuffix(QString::fromUtf8(range.suffix));
+    spin->setSuffix(QString::fromUtf8(suffix));
     name_widget(spin, object_name, label);
     return spin;
 }
@@ -190,12 +180,11 @@ QGroupBox *SettingsDialog::build_stream_group() {
 QGroupBox *SettingsDialog::build_encoding_group() {
     auto *group = new QGroupBox(QStringLiteral("Encoding"));
     QFormLayout *form = add_form(group);
-    bitrateSpin = make_spin(kBitrate, "bitrateSpin", "Video bitrate");
+    bitrateSpin = make_spin(kBitrateRange, " kbps", "bitrateSpin", "Video bitrate");
     form->addRow(QStringLiteral("Video Bitrate:"), bitrateSpin);
 
     presetCombo = new QComboBox;
-    for (const char *preset : {"ultrafast", "superfast", "veryfast", "faster", "fast", "medium",
-             "slow", "slower", "veryslow"}) {
+    for (const char *preset : kEncoderPresets) {
         presetCombo->addItem(QString::fromUtf8(preset));
     }
     name_widget(presetCombo, "presetCombo", "Encoder preset");
@@ -206,13 +195,13 @@ QGroupBox *SettingsDialog::build_encoding_group() {
 QGroupBox *SettingsDialog::build_canvas_group() {
     auto *group = new QGroupBox(QStringLiteral("Canvas"));
     QFormLayout *form = add_form(group);
-    widthSpin = make_spin<EvenSpinBox>(kPixels, "widthSpin", "Canvas width");
-    heightSpin = make_spin<EvenSpinBox>(kPixels, "heightSpin", "Canvas height");
+    widthSpin = make_spin<EvenSpinBox>(kSizeRange, " px", "widthSpin", "Canvas width");
+    heightSpin = make_spin<EvenSpinBox>(kSizeRange, " px", "heightSpin", "Canvas height");
     form->addRow(QStringLiteral("Width:"), widthSpin);
     form->addRow(QStringLiteral("Height:"), heightSpin);
 
-    fpsNumSpin = make_spin(kFpsNum, "fpsNumSpin", "Frame rate numerator");
-    fpsDenSpin = make_spin(kFpsDen, "fpsDenSpin", "Frame rate denominator");
+    fpsNumSpin = make_spin(kFpsNumRange, "", "fpsNumSpin", "Frame rate numerator");
+    fpsDenSpin = make_spin(kFpsDenRange, "", "fpsDenSpin", "Frame rate denominator");
     auto *slash = new QLabel(QStringLiteral("/"));
     slash->setFixedWidth(12);
     slash->setAlignment(Qt::AlignCenter);

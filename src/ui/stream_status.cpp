@@ -39,7 +39,9 @@ void StreamStatus::update(const VerticalOutput *output) {
 // The standard output type does not report its connection: it counts as live while it runs.
 void StreamStatus::describe() {
     using enum ConnectionState::Phase;
-    switch (stream.connection ? stream.connection->phase : kConnected) {
+    const ConnectionState connection = stream.connection.value_or(
+        ConnectionState{.phase = kConnected, .failures = 0, .reason = {}});
+    switch (connection.phase) {
     case kStopped: // ending
         break;
     case kConnecting:
@@ -51,8 +53,8 @@ void StreamStatus::describe() {
             QStringLiteral("The stream begins when somebody connects to this SRT listener");
         break;
     case kReconnecting:
-        shownText = QStringLiteral("Reconnecting (%1)").arg(stream.connection->failures);
-        disturbance = QString::fromStdString(stream.connection->reason);
+        shownText = QStringLiteral("Reconnecting (%1)").arg(connection.failures);
+        disturbance = QString::fromStdString(connection.reason);
         break;
     case kStalled:
         shownText = QStringLiteral("Encoder stalled");

@@ -26,8 +26,10 @@ struct ConnectionState {
     uint32_t failures = 0; // in a row
     std::string reason;    // of the last failure; empty without one
 
+    const char *phase_name() const { return kPhaseNames[static_cast<size_t>(phase)]; }
+
     void write_to(calldata_t *answer) const {
-        calldata_set_string(answer, "phase", kPhaseNames[static_cast<size_t>(phase)]);
+        calldata_set_string(answer, "phase", phase_name());
         calldata_set_int(answer, "failures", failures);
         calldata_set_string(answer, "reason", reason.c_str());
     }

@@ -40,9 +40,7 @@ std::optional<StreamError> Connection::open() {
         error = write_header(context, target.options);
     }
     header_written_ = !error;
-    if (error) {
-        error->details = scope.first_error();
-    }
+    error_details_ = scope.first_error();
     return error;
 }
 

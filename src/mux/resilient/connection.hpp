@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace corvane {
 
@@ -25,6 +26,9 @@ public:
 
     // Connects and writes the container's header.
     std::optional<StreamError> open();
+
+    // FFmpeg's words for why open() failed, without secrets; may be empty.
+    const std::string &error_details() const { return error_details_; }
 
     // Whether open() succeeded; stays true after close().
     bool header_written() const { return header_written_; }
@@ -51,6 +55,7 @@ private:
     Muxer muxer_;
     const StreamUrl url_;
     const LogRedaction redaction_;
+    std::string error_details_;
     Interrupt interrupt_;
     std::atomic<bool> header_written_ = false;
 };

@@ -14,7 +14,6 @@ extern "C" {
 #include <cctype>
 #include <ranges>
 #include <string_view>
-#include <vector>
 
 namespace corvane {
 
@@ -22,26 +21,16 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr std::array kSchemes = {
-    "rtmp"sv, "rtmps"sv, "rtmpe"sv, "rtmpt"sv, "rtmpte"sv, "rtmpts"sv, "srt"sv};
+constexpr std::array kSchemes = {"rtmp", "rtmps", "rtmpe", "rtmpt", "rtmpte", "rtmpts", "srt"};
 
 // In bytes. FFmpeg refuses longer server URLs; an RTMP message cannot hold a longer text.
 constexpr size_t kMaxServer = 1'023;
 constexpr size_t kMaxKey = 65'535;
 
-// Those that this FFmpeg can send with.
-const std::vector<std::string_view> &usable_schemes() {
-    static const auto usable = [] {
-        std::vector<std::string_view> found;
-        void *position = nullptr;
-        while (const char *name = avio_enum_protocols(&position, /*output=*/1)) {
-            if (std::ranges::find(kSchemes, name) != kSchemes.end()) {
-                found.emplace_back(name);
-            }
-        }
-        return found;
-    }();
-    return usable;
+// Whether this FFmpeg can send with it.
+bool usable(const std::string &scheme) {
+    return std::ranges::find(kSchemes, scheme) != kSchemes.end() &&
+           avio_protocol_get_class(scheme.c_str());
 }
 
 // FFmpeg knows schemes in lower case only.
@@ -56,8 +45,10 @@ std::string scheme_of(std::string_view address) {
 const char *scheme_objection() {
     static const std::string text = [] {
         std::string list;
-        for (const std::string_view scheme : usable_schemes()) {
-            list += (list.empty() ? "" : ", ") + std::string(scheme) + "://";
+        for (const std::string scheme : kSchemes) {
+            if (usable(scheme)) {
+                list += (list.empty() ? "" : ", ") + scheme + "://";
+            }
         }
         return "This address cannot be streamed to — it must begin with one of: " + list;
     }();
@@ -66,7 +57,8 @@ const char *scheme_objection() {
 
 bool srt_knows(const std::string &option) {
     const AVClass *srt = avio_protocol_get_class("srt");
-    return srt && av_opt_find(&srt, option.c_str(), nullptr, 0, AV_OPT_SEARCH_FAKE_OBJ);
+    return srt && av_opt_find(static_cast<void *>(&srt), option.c_str(), nullptr, 0,
+                      AV_OPT_SEARCH_FAKE_OBJ);
 }
 
 // FFmpeg refuses the whole address for one unknown option, without naming it.
@@ -114,8 +106,7 @@ ConnectionTarget connection_target(const StreamUrl &url) {
 }
 
 std::optional<StreamError> objection_to(const StreamUrl &url) {
-    const auto &usable = usable_schemes();
-    if (std::ranges::find(usable, scheme_of(url.url)) == usable.end()) {
+    if (!usable(scheme_of(url.url))) {
         return StreamError{.message = scheme_objection()};
     }
     if (url.tc_url.size() > kMaxServer) {

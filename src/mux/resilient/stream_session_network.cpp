@@ -29,7 +29,7 @@ constexpr const char *kNothingToSend = "The encoders deliver nothing that could 
 
 // FFmpeg's texts for AVERROR_EOF and AVERROR_EXIT are about files and programs, and its other codes
 // too general.
-std::string reason_of(const StreamError &error) {
+std::string reason_of(const StreamError &error, const std::string &details = {}) {
     switch (error.code) {
     case 0:
         return error.message;
@@ -40,7 +40,7 @@ std::string reason_of(const StreamError &error) {
     case AVERROR(EIO):
     case AVERROR(EINVAL):
         // Also for an unknown host, a refused certificate or a bad option.
-        return error.details.empty() ? error_text(error.code) : error.details;
+        return details.empty() ? error_text(error.code) : details;
     default:
         return error_text(error.code);
     }
@@ -132,7 +132,8 @@ std::optional<StreamError> StreamSession::open_connection() {
 }
 
 void StreamSession::not_connected(const StreamError &error) {
-    const std::string reason = reason_of(error);
+    const std::string reason =
+        reason_of(error, connection_ ? connection_->error_details() : std::string());
     uint32_t failures = 0;
     {
         const std::scoped_lock lock(mutex_);
