@@ -144,14 +144,21 @@ void set_settings(const RequestContext &context) {
     store_settings(context.request);
 }
 
-constexpr std::array kRequests = {RemoteRequest{"GetVersion", get_version},
-    RemoteRequest{"GetStatus", get_status}, RemoteRequest{"StartStream", start_stream},
-    RemoteRequest{"StopStream", stop_stream}, RemoteRequest{"ToggleStream", toggle_stream},
-    RemoteRequest{"GetSceneList", get_scene_list},
-    RemoteRequest{"SetActiveScene", set_active_scene}, RemoteRequest{"CreateScene", create_scene},
-    RemoteRequest{"RemoveScene", remove_scene}, RemoteRequest{"RenameScene", rename_scene},
-    RemoteRequest{"AssignScene", assign_scene}, RemoteRequest{"GetSettings", get_settings},
-    RemoteRequest{"SetSettings", set_settings}};
+constexpr std::array kRequests = {
+    RemoteRequest{.name = "GetVersion", .run = get_version},
+    RemoteRequest{.name = "GetStatus", .run = get_status},
+    RemoteRequest{.name = "StartStream", .run = start_stream},
+    RemoteRequest{.name = "StopStream", .run = stop_stream},
+    RemoteRequest{.name = "ToggleStream", .run = toggle_stream},
+    RemoteRequest{.name = "GetSceneList", .run = get_scene_list},
+    RemoteRequest{.name = "SetActiveScene", .run = set_active_scene},
+    RemoteRequest{.name = "CreateScene", .run = create_scene},
+    RemoteRequest{.name = "RemoveScene", .run = remove_scene},
+    RemoteRequest{.name = "RenameScene", .run = rename_scene},
+    RemoteRequest{.name = "AssignScene", .run = assign_scene},
+    RemoteRequest{.name = "GetSettings", .run = get_settings},
+    RemoteRequest{.name = "SetSettings", .run = set_settings},
+};
 
 } // namespace
 
