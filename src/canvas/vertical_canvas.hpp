@@ -100,7 +100,9 @@ public:
     // Empty if the scene does not exist or has no source.
     std::string scene_source_name(const std::string &scene_name) const;
 
-    // How often the host has renamed, removed or created an assigned source. Lock-free.
+    // How often the host has renamed an assigned source, and how often it has removed or created
+    // one. Lock-free.
+    uint32_t source_renames() const { return source_renames_; }
     uint32_t source_changes() const { return source_changes_; }
 
     // The source assigned to the active scene, or null; borrowed, lock-free. Inside the graphics
@@ -161,6 +163,7 @@ private:
 
     // The active entry's source, for readers without the lock.
     std::atomic<obs_source_t *> active_source_{nullptr};
+    std::atomic<uint32_t> source_renames_ = 0;
     std::atomic<uint32_t> source_changes_ = 0;
     // Connected and disconnected without mutex_: libobs holds the signal's lock while it calls
     // on_video_reset(), which takes mutex_.

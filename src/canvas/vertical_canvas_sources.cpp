@@ -241,7 +241,7 @@ void VerticalCanvas::follow_host_sources() {
             ++source_changes_;
         } else if (std::string name = current_source_name(entry); entry.source_name != name) {
             entry.source_name = std::move(name);
-            ++source_changes_;
+            ++source_renames_;
         }
     }
 }

@@ -14,7 +14,11 @@
 
 #include <obs-frontend-api.h>
 
+#include <QCoreApplication>
+#include <QMessageBox>
+
 #include <algorithm>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -41,6 +45,17 @@ void on_streaming_stopped() {
     }
 }
 
+// Queued: a modal box here would run the event loop with the lock held.
+void show_rebuild_failure() {
+    const auto show = [] {
+        QMessageBox::information(nullptr, QString::fromUtf8(kModuleName),
+            QStringLiteral("Failed to rebuild the vertical canvas after profile switch.\n\n"
+                           "Restart OBS before using the vertical output again."),
+            QMessageBox::Ok);
+    };
+    QMetaObject::invokeMethod(QCoreApplication::instance(), show, Qt::QueuedConnection);
+}
+
 // The host resets its video before it reports the changed profile, but not while an output is
 // active: its main canvas would keep the old profile's size.
 void on_profile_changing() {
@@ -55,9 +70,13 @@ void on_profile_changing() {
 void on_profile_changed() {
     log_info("OBS profile changed — rebuilding profile-specific runtime");
     log_info("Profile change — rebuilding vertical runtime");
+    module_state.ui->close_settings();
     destroy_runtime(/*save_scenes=*/true);
     load_profile_config();
-    create_and_show_runtime();
+    if (!create_and_show_runtime()) {
+        log_error("Failed to rebuild vertical runtime after profile change");
+        show_rebuild_failure();
+    }
 }
 
 // In studio mode, too, this is the program's scene, not the preview's.
@@ -66,10 +85,13 @@ void on_program_scene_changed() {
         return;
     }
     const OBSSourceAutoRelease program = obs_frontend_get_current_scene();
+    if (!program) {
+        return;
+    }
     const std::vector<SceneInfo> scenes = module_state.canvas->scene_list();
-    const auto shows_it =
-        std::ranges::find(scenes, obs_source_get_name(program), &SceneInfo::source_name);
-    if (program && shows_it != scenes.end()) {
+    const std::string name = obs_source_get_name(program);
+    const auto shows_it = std::ranges::find(scenes, name, &SceneInfo::source_name);
+    if (shows_it != scenes.end()) {
         module_state.canvas->set_active_scene(shows_it->name);
         module_state.ui->attach_dock();
     }

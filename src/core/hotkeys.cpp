@@ -206,6 +206,9 @@ Hotkeys::SceneHotkey Hotkeys::register_scene(const std::string &name) const {
         hotkey_name(name).c_str(), hotkey_description(name).c_str(), on_scene, nullptr);
     const OBSDataAutoRelease saved = obs_data_get_obj(loaded_, kScenes);
     load_bindings(id, saved, name.c_str());
+    if (saved) {
+        obs_data_erase(saved, name.c_str()); // not for a later scene of that name
+    }
     return {.scene = name, .id = id};
 }
 

@@ -77,6 +77,9 @@ void obs_module_unload() {
     }
 
     const std::scoped_lock lock(module_state.runtime_mutex);
+    if (module_state.ui) {
+        module_state.ui->close_settings();
+    }
     delete module_state.remote_control;
     module_state.remote_control = nullptr;
     destroy_runtime(/*save_scenes=*/true);

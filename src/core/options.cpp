@@ -8,6 +8,8 @@
 #include "core/runtime.hpp"
 #include "output/vertical_output.hpp"
 
+#include <algorithm>
+
 namespace corvane {
 
 bool reconnects() {
@@ -33,7 +35,9 @@ bool apply_reconnects() {
     log_info(
         "Reconnect Automatically %s — rebuilding vertical runtime", reconnects() ? "on" : "off");
     destroy_runtime(/*save_scenes=*/true);
-    create_and_show_runtime();
+    if (!create_and_show_runtime()) {
+        log_error("Failed to rebuild vertical runtime — restart OBS");
+    }
     return true;
 }
 
@@ -45,6 +49,12 @@ void set_follows_program(bool enabled) {
     const std::scoped_lock lock(module_state.runtime_mutex);
     settings::followprogram.set(enabled);
     save_profile_file();
+}
+
+uint32_t audio_tracks() {
+    const uint32_t stored = settings::audiotracks.get();
+    return stored == 0 ? OutputConfig::kMaxAudioTracks
+                       : std::min(stored, OutputConfig::kMaxAudioTracks);
 }
 
 bool sends_first_track_only() {

@@ -27,14 +27,15 @@ constexpr const char *kVendor = "corvane-vertical-canvas";
 constexpr unsigned kLeastApiVersion = 2; // the first with vendors that can take requests back
 constexpr int kLookIntervalMs = 200;
 constexpr std::chrono::seconds kPatience{5};
+constexpr std::chrono::seconds kLongestRun{20}; // a start may try seven encoders
 
-// A request under way; shared, since the one who waits for it may give up.
+// A request under way; shared, since the thread that waits for it may give up.
 struct Job {
     const RemoteRequest *request;
     OBSData data;
     OBSDataAutoRelease answer = obs_data_create();
     std::promise<void> done;
-    std::atomic<bool> given_up = false;
+    std::atomic<bool> claimed = false; // by the thread that runs it, or by the one that gives up
 
     void run() {
         const std::scoped_lock lock(module_state.runtime_mutex);
@@ -69,16 +70,22 @@ void on_request(obs_data_t *data, obs_data_t *answer, void *request) {
         job->run();
     } else {
         const auto run = [job] {
-            if (!job->given_up) {
+            if (!job->claimed.exchange(true)) {
                 job->run();
+                job->done.set_value();
             }
-            job->done.set_value();
         };
         QMetaObject::invokeMethod(QCoreApplication::instance(), run, Qt::QueuedConnection);
-        if (job->done.get_future().wait_for(kPatience) != std::future_status::ready) {
-            job->given_up = true;
-            obs_data_set_string(answer, "error", "OBS is busy");
-            return;
+        const std::future<void> done = job->done.get_future();
+        if (done.wait_for(kPatience) != std::future_status::ready) {
+            if (!job->claimed.exchange(true)) {
+                obs_data_set_string(answer, "error", "OBS is busy");
+                return;
+            }
+            if (done.wait_for(kLongestRun) != std::future_status::ready) {
+                obs_data_set_string(answer, "error", "OBS has not finished this request yet");
+                return;
+            }
         }
     }
     obs_data_apply(answer, job->answer);

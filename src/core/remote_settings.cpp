@@ -25,12 +25,16 @@ struct Field {
     void (*store)(obs_data_item_t *item);
 };
 
-template <const auto &Key, const SettingRange &Range>
+template <const auto &Key, const SettingRange &Range,
+    auto Read =
+        [] {
+            return Key.get();
+        }>
 constexpr Field number(const char *name) {
     return {.name = name,
         .type = OBS_DATA_NUMBER,
         .read = [](obs_data_t *answer,
-                    const char *field) { obs_data_set_int(answer, field, Key.get()); },
+                    const char *field) { obs_data_set_int(answer, field, Read()); },
         .accepts =
             [](obs_data_item_t *item) {
                 const long long value = obs_data_item_get_int(item);
@@ -97,7 +101,7 @@ constexpr std::array kFields = {
     number<settings::canvasheight, kSizeRange>("canvasHeight"),
     number<settings::fpsnum, kFpsNumRange>("fpsNum"),
     number<settings::fpsden, kFpsDenRange>("fpsDen"),
-    number<settings::audiotracks, kTracksRange>("audioTracks"),
+    number<settings::audiotracks, kTracksRange, audio_tracks>("audioTracks"),
     flag<[] { return settings::autostartwithmain.get(); },
         [](bool value) {
             settings::autostartwithmain.set(value);

@@ -5,13 +5,11 @@
 #include "canvas/vertical_canvas.hpp"
 #include "core/config_files.hpp"
 #include "core/module_state.hpp"
+#include "core/options.hpp"
 #include "core/plugin_settings.hpp"
 #include "core/scene_list_store.hpp"
 #include "core/user_interface.hpp"
 #include "output/vertical_output.hpp"
-
-#include <QCoreApplication>
-#include <QMessageBox>
 
 #include <memory>
 
@@ -32,13 +30,12 @@ CanvasConfig current_canvas_config() {
 
 // The preferred encoder has no key and keeps its default.
 OutputConfig current_output_config() {
-    const uint32_t tracks = settings::audiotracks.get();
     return {
         .url = settings::rtmpurl.get(),
         .key = settings::streamkey.get(),
         .bitrate_kbps = settings::videobitrate.get(),
         .encoder_preset = settings::encoderpreset.get(),
-        .audio_tracks = tracks == 0 ? OutputConfig::kMaxAudioTracks : tracks,
+        .audio_tracks = audio_tracks(),
         .resilient = settings::resilience.get(),
     };
 }
@@ -101,20 +98,12 @@ void show_runtime() {
     module_state.ui->register_dock();
 }
 
-void create_and_show_runtime() {
-    if (create_runtime_from_current_profile()) {
-        show_runtime();
-        return;
+bool create_and_show_runtime() {
+    if (!create_runtime_from_current_profile()) {
+        return false;
     }
-    log_error("Failed to rebuild vertical runtime after profile change");
-    // Queued: a modal box here would run the event loop with the lock held.
-    const auto show = [] {
-        QMessageBox::information(nullptr, QString::fromUtf8(kModuleName),
-            QStringLiteral("Failed to rebuild the vertical canvas after profile switch.\n\n"
-                           "Restart OBS before using the vertical output again."),
-            QMessageBox::Ok);
-    };
-    QMetaObject::invokeMethod(QCoreApplication::instance(), show, Qt::QueuedConnection);
+    show_runtime();
+    return true;
 }
 
 void push_output_config() {

@@ -13,9 +13,9 @@ bool create_runtime_from_current_profile();
 // Stops the output and frees both; does nothing without a runtime. The caller holds runtime_mutex.
 void destroy_runtime(bool save_scenes);
 
-// Creates and shows the runtime after the old one has been destroyed; a queued box tells of a
-// failure. The caller holds runtime_mutex.
-void create_and_show_runtime();
+// Creates and shows the runtime after the old one has been destroyed. The caller holds
+// runtime_mutex.
+bool create_and_show_runtime();
 
 // Fills the canvas with the saved scenes and shows the runtime in the dock, which the first call
 // creates. The caller holds runtime_mutex.

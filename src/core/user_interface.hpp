@@ -20,9 +20,11 @@ public:
     // Hands the current runtime to the dock, if there is one.
     virtual void attach_dock() = 0;
 
-    // Takes the runtime away from the dock, before it is destroyed, and closes the settings dialog
-    // of its profile.
+    // Takes the runtime away from the dock, before it is destroyed.
     virtual void detach_dock() = 0;
+
+    // Closes an open settings dialog unsaved, before its profile's file is closed.
+    virtual void close_settings() = 0;
 
     // Writes the dock's placement (DockState) into the global config without saving the file.
     virtual void record_dock_state() = 0;

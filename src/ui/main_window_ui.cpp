@@ -150,7 +150,9 @@ public:
         if (dock) {
             dock->setRuntime(nullptr, nullptr);
         }
-        // An open settings dialog shows the old profile's values.
+    }
+
+    void close_settings() override {
         const QMainWindow *window = main_window();
         if (auto *dialog = window ? window->findChild<SettingsDialog *>() : nullptr) {
             dialog->reject();

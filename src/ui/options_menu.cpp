@@ -10,7 +10,6 @@ namespace corvane {
 
 namespace {
 
-constexpr int kPollMs = 500;
 constexpr int kMessageMs = 10'000;
 
 } // namespace
@@ -27,12 +26,6 @@ OptionsMenu::OptionsMenu(QWidget *parent)
     add("Send Audio Track 1 Only",
         "For services whose viewers wait long for a stream with six audio tracks.",
         sends_first_track_only, set_sends_first_track_only);
-    waitForEnd.setInterval(kPollMs);
-    connect(&waitForEnd, &QTimer::timeout, this, [this] {
-        if (apply_reconnects()) {
-            waitForEnd.stop();
-        }
-    });
 }
 
 void OptionsMenu::add(
@@ -49,7 +42,6 @@ void OptionsMenu::change_reconnects(bool enabled) {
     if (set_reconnects(enabled)) {
         return;
     }
-    waitForEnd.start();
     if (const auto *window = qobject_cast<QMainWindow *>(parentWidget())) {
         window->statusBar()->showMessage(
             QStringLiteral("Reconnect Automatically: changes when the vertical stream has ended"),

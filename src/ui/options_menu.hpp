@@ -2,7 +2,6 @@
 #pragma once
 
 #include <QMenu>
-#include <QTimer>
 
 #include <functional>
 
@@ -20,8 +19,6 @@ private:
     void add(
         const char *text, const char *tool_tip, bool (*read)(), std::function<void(bool)> change);
     void change_reconnects(bool enabled);
-
-    QTimer waitForEnd; // of the stream, for what it holds up
 };
 
 } // namespace corvane

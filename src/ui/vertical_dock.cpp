@@ -3,6 +3,7 @@
 #include "ui/vertical_dock.hpp"
 
 #include "canvas/vertical_canvas.hpp"
+#include "core/options.hpp"
 #include "ui/elided_label.hpp"
 #include "ui/tool_tip.hpp"
 #include "ui/vertical_preview_widget.hpp"
@@ -212,6 +213,7 @@ void VerticalDock::setPreviewShown(bool shown) {
 void VerticalDock::refreshSceneList() {
     const QSignalBlocker blocker(sceneList);
     sceneList->clear();
+    shownRenames = canvas ? canvas->source_renames() : 0;
     shownChanges = canvas ? canvas->source_changes() : 0;
     if (!canvas) {
         onActiveSceneChanged(QString());
@@ -270,8 +272,13 @@ void VerticalDock::onActiveSceneChanged(const QString &sceneName) {
 }
 
 void VerticalDock::onStatusTick() {
-    if (canvas && canvas->source_changes() != shownChanges) {
+    if (output) {
+        apply_reconnects();
+    }
+    if (canvas && canvas->source_renames() != shownRenames) {
         scenes_edited();
+    } else if (canvas && canvas->source_changes() != shownChanges) {
+        refreshSceneList();
     }
     status.update(output);
     startButton->setEnabled(output && !status.active());

@@ -77,7 +77,9 @@ private:
     QLabel *statusLabel = nullptr;
     QTimer *statusTimer = nullptr;
     StreamStatus status;
-    uint32_t shownChanges = 0; // the canvas's source_changes() when the list was filled
+    // The canvas's source_renames() and source_changes() when the list was filled.
+    uint32_t shownRenames = 0;
+    uint32_t shownChanges = 0;
 };
 
 } // namespace corvane

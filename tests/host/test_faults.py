@@ -249,7 +249,8 @@ def stops(stream, receiver, seconds):
     stream.watch(20, stream.boxes, "message box")
     wait_until(lambda: any(window["windowTitle"] == BOX_TITLE and window["isActiveWindow"]
                            for window in stream.user.windows()), 10, "message box active")
-    assert stream.user.box(BOX_TITLE) == REJECTED
+    text, _, reason = stream.user.box(BOX_TITLE).partition("\n\n")
+    assert text == REJECTED and bool(reason) == stream.resilient
     stream.user.reads("statusLabel", "Stopped")
     assert not stream.host.vertical_active()
 

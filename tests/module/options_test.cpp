@@ -126,6 +126,9 @@ TEST_F(OptionsTest, the_active_scene_follows_the_program) {
     frontend.scenes = {other.source()};
     send(OBS_FRONTEND_EVENT_SCENE_CHANGED);
     EXPECT_EQ(active(), "Scene: C");
+    frontend.scenes.clear();
+    send(OBS_FRONTEND_EVENT_SCENE_CHANGED);
+    EXPECT_EQ(active(), "Scene: C");
     EXPECT_TRUE(toggle("Follow the Program Scene"));
 }
 

@@ -66,11 +66,14 @@ std::string known_options(std::string_view query) {
     std::string known;
     for (const auto part : std::views::split(query, '&')) {
         const std::string_view field(part.begin(), part.end());
-        const std::string name(field.substr(0, field.find('=')));
+        const size_t equals = field.find('=');
+        const std::string name(field.substr(0, equals));
         if (srt_knows(name)) {
             known += (known.empty() ? "?" : "&") + std::string(field);
-        } else if (!name.empty()) {
-            log_warning("SRT option left out, FFmpeg does not know it: %s", name.c_str());
+        } else if (!field.empty()) {
+            // Without a value it may be the rest of a passphrase.
+            log_warning("SRT option left out, FFmpeg does not know it: %s",
+                equals == std::string_view::npos ? "one without a value" : name.c_str());
         }
     }
     return known;
