@@ -257,7 +257,7 @@ TEST_F(CanvasTest, every_assignment_follows_its_source) {
     obs_source_set_name(obs_scene_get_source(scene), "Renamed");
     EXPECT_EQ(canvas.scene_source_name("Idle"), "Renamed") << "a save right now has the old name";
     held_up.count_down();
-    EXPECT_TRUE(wait_until([&] { return canvas.source_changes() == 2; }));
+    EXPECT_TRUE(wait_until([&] { return canvas.source_renames() == 2; }));
 
     // Its picture stays in a scene that nobody renders.
     ASSERT_TRUE(canvas.create_scene("Old picture"));
