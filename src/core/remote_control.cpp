@@ -24,7 +24,7 @@ namespace corvane {
 namespace {
 
 constexpr const char *kVendor = "corvane-vertical-canvas";
-constexpr unsigned kLeastApiVersion = 2; // the first with vendors that can take requests back
+constexpr unsigned kLeastApiVersion = 2; // 1 cannot be asked for its version
 constexpr int kLookIntervalMs = 200;
 constexpr std::chrono::seconds kPatience{5};
 constexpr std::chrono::seconds kLongestRun{20}; // a start may try seven encoders

@@ -12,8 +12,6 @@
 
 namespace corvane {
 
-class VerticalOutput;
-
 // The vendor "corvane-vertical-canvas" of obs-websocket, whose requests and events are in
 // docs/REMOTE.md. Without a recent obs-websocket it does nothing.
 //

@@ -4,7 +4,6 @@
 #include "base/obs_handles.hpp"
 #include "canvas/vertical_canvas.hpp"
 #include "core/module_state.hpp"
-#include "core/options.hpp"
 #include "core/remote_settings.hpp"
 #include "core/scene_list_store.hpp"
 #include "core/user_interface.hpp"
