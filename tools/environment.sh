@@ -25,13 +25,14 @@ root_dir() { echo "$cache_dir/root-$(package_list "$@" | sha256sum | cut -c1-12)
 machine_is_enough() {
   local tool
   for tool in obs ffmpeg ffprobe nginx srt-live-transmit Xvfb openbox xdotool import cmake ninja g++ \
-    clang-format clang-tidy pkg-config pytest-3 valgrind; do
+    clang-format clang-tidy pkg-config pytest-3 valgrind \
+    dpkg-shlibdeps lintian appstreamcli x86_64-w64-mingw32-g++-posix; do
     command -v "$tool" >/dev/null || return 1
   done
   pkg-config --atleast-version=32 libobs obs-frontend-api 2>/dev/null &&
     pkg-config --atleast-version=62 libavformat 2>/dev/null &&
     pkg-config --exists Qt6Widgets gtest 2>/dev/null &&
-    python3 -c 'import numpy, PIL, matplotlib' 2>/dev/null
+    python3 -c 'import numpy, PIL, matplotlib, websocket' 2>/dev/null
 }
 
 as_root() {
