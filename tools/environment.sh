@@ -146,7 +146,7 @@ namespaces_work() {
 # Runs a command in the environment, in the current directory, and returns its status.
 enter() {
   mkdir -p "$cache_dir/ccache"
-  inner_environment+=("CVC_ENVIRONMENT=${root##*/}")
+  inner_environment+=("CVC_ENVIRONMENT=${CVC_ENVIRONMENT:-${root##*/}}")
   case "${DEV_ENTER:-}" in
     bwrap) enter_bwrap "$@" ;;
     chroot) enter_chroot "$@" ;;

@@ -136,23 +136,22 @@ class HostFolder:
         write_ini(self.module_config / "settings-global.ini", {"Scenes": keys})
 
     def install_module(self, module: Path) -> None:
-        """Installs a build of the module by its own rule, then moves it to where a user's modules are."""
-        self._build = module.parents[1]
-        prefix = self.root / "prefix"
-        subprocess.run(["cmake", "--install", str(self._build), "--prefix", str(prefix)], check=True,
-                       stdout=subprocess.DEVNULL)
-        binary, = prefix.glob(f"lib*/**/obs-plugins/{MODULE}.so")
-        self._install(binary)
-        shutil.copytree(prefix / "share/obs/obs-plugins" / MODULE, self._plugins / MODULE / "data", dirs_exist_ok=True)
+        """Puts a build of the module, or its archive, where a user's modules are; any other path stands for a
+        module that the machine's own host has."""
+        self._plugins.mkdir(exist_ok=True)
+        if module.suffix == ".so":
+            self._build = module.parents[1]
+            subprocess.run(["cmake", "--install", self._build, "--component", "user", "--prefix", self._plugins],
+                           check=True, stdout=subprocess.DEVNULL)
+        elif module.suffix == ".gz":
+            subprocess.run(["tar", "-xzf", module, "-C", self._plugins], check=True)
 
     def install_driver(self) -> None:
         """The module through which the host is operated, of the same build as the installed module."""
-        self._install(self._build / "tools/livehost/driver/livehost-driver.so")
-
-    def _install(self, binary: Path) -> None:
-        folder = self._plugins / binary.stem / "bin/64bit"
+        driver = self._build / "tools/livehost/driver/livehost-driver.so"
+        folder = self._plugins / driver.stem / "bin/64bit"
         folder.mkdir(parents=True, exist_ok=True)
-        shutil.copy2(binary, folder)
+        shutil.copy2(driver, folder)
 
     def remember_choice(self, profile: str, collection: str) -> None:
         """Skips the host's first-run wizard; a used folder keeps its own choices."""
