@@ -56,6 +56,6 @@ struct ModuleState {
     lookup_t *locale_lookup = nullptr;
 };
 
-inline constinit ModuleState module_state;
+inline ModuleState module_state;
 
 } // namespace corvane
