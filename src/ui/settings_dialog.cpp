@@ -14,6 +14,7 @@
 #include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QGroupBox>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -127,7 +128,10 @@ void SettingsDialog::fit_to_screen() {
     }
     const int needed = layout()->totalHeightForWidth(width);
     const int title_bar = style()->pixelMetric(QStyle::PM_TitleBarHeight, nullptr, this);
-    const int room = screen()->availableGeometry().height() - title_bar;
+    // Of the compositor's panels Wayland tells nothing.
+    const int tenths =
+        QGuiApplication::platformName().startsWith(QStringLiteral("wayland")) ? 9 : 10;
+    const int room = screen()->availableGeometry().height() * tenths / 10 - title_bar;
     if (needed <= room) {
         resize(width, needed);
         return;
