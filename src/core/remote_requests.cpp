@@ -6,6 +6,7 @@
 #include "core/module_state.hpp"
 #include "core/remote_settings.hpp"
 #include "core/scene_list_store.hpp"
+#include "core/setting_limits.hpp"
 #include "core/user_interface.hpp"
 #include "output/vertical_output.hpp"
 
@@ -38,6 +39,9 @@ std::string new_name_field(obs_data_t *request, const char *name) {
     const size_t begin = text.find_first_not_of(" \t\r\n");
     if (begin == std::string::npos) {
         throw RequestError(std::string("Empty: ") + name);
+    }
+    if (text.size() > kLongestText) {
+        throw RequestError(std::string("Too long: ") + name);
     }
     return text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
 }

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <string_view>
 
 namespace corvane {
 
@@ -70,15 +71,19 @@ constexpr std::array kFields = {
             },
         .accepts =
             [](obs_data_item_t *item) {
-                return std::string(obs_data_item_get_string(item)).find_first_not_of(" \t\r\n") !=
-                       std::string::npos;
+                const std::string url = obs_data_item_get_string(item);
+                return url.size() <= kLongestText &&
+                       url.find_first_not_of(" \t\r\n") != std::string::npos;
             },
         .store =
             [](obs_data_item_t *item) { settings::rtmpurl.set(obs_data_item_get_string(item)); }},
     Field{.name = "streamKey",
         .type = OBS_DATA_STRING,
         .read = nullptr,
-        .accepts = [](obs_data_item_t *) { return true; },
+        .accepts =
+            [](obs_data_item_t *item) {
+                return std::string_view(obs_data_item_get_string(item)).size() <= kLongestText;
+            },
         .store =
             [](obs_data_item_t *item) { settings::streamkey.set(obs_data_item_get_string(item)); }},
     Field{.name = "encoderPreset",
