@@ -29,7 +29,7 @@ public:
 private:
     struct Seen {
         bool active = false;
-        std::string phase;
+        std::string phase = "stopped";
         std::string reason;
         long long attempts = 0;
         std::string active_scene;
