@@ -109,10 +109,14 @@ public:
     void add_tools_menu_item() override {
         obs_frontend_add_tools_menu_item(
             "Corvane Vertical Streaming Settings", [](void *) { open_settings_dialog(); }, nullptr);
+        QMainWindow *window = main_window();
+        if (!window) {
+            return; // nobody would own the menu
+        }
         auto *options =
             static_cast<QAction *>(obs_frontend_add_tools_menu_qaction("Corvane Vertical Options"));
         if (options) {
-            options->setMenu(new OptionsMenu(main_window()));
+            options->setMenu(new OptionsMenu(window));
         }
     }
 
