@@ -5,6 +5,7 @@
 #include "base/obs_handles.hpp"
 #include "canvas/vertical_canvas.hpp"
 #include "core/config_files.hpp"
+#include "core/hotkeys.hpp"
 #include "core/module_state.hpp"
 #include "core/plugin_settings.hpp"
 #include "core/remote_control.hpp"
@@ -108,6 +109,11 @@ void on_exit() {
     // A request would wait for this thread, which soon waits for obs-websocket.
     delete std::exchange(module_state.remote_control, nullptr);
     module_state.ui->record_dock_state();
+    if (module_state.hotkeys) {
+        // Before libobs forgets the bindings; and no key starts a stream any more.
+        module_state.hotkeys->save();
+        delete std::exchange(module_state.hotkeys, nullptr);
+    }
     if (output_active()) {
         log_info("OBS exiting — stopping vertical output");
         module_state.output->stop();

@@ -141,9 +141,9 @@ Hotkeys::Hotkeys()
         obs_get_signal_handler(), "hotkey_bindings_changed", on_bindings_changed, this);
 }
 
+// Saves nothing: at unload libobs has already forgotten all bindings.
 Hotkeys::~Hotkeys() {
     bindings_changed_.Disconnect();
-    save();
     obs_hotkey_pair_unregister(stream_);
     obs_hotkey_unregister(next_);
     obs_hotkey_unregister(previous_);
@@ -189,7 +189,11 @@ void Hotkeys::save() const {
 // libobs emits this for any hotkey, with its hotkey lock held, and once for each of them when the
 // host applies its settings.
 void Hotkeys::on_bindings_changed(void *hotkeys, calldata_t *) {
-    if (static_cast<Hotkeys *>(hotkeys)->save_queued_.exchange(true)) {
+    static_cast<Hotkeys *>(hotkeys)->queue_save();
+}
+
+void Hotkeys::queue_save() {
+    if (save_queued_.exchange(true)) {
         return;
     }
     const auto save = [] {
@@ -229,6 +233,7 @@ bool Hotkeys::follow_rename(const std::vector<std::string> &names) {
 
 void Hotkeys::follow_scenes(const std::vector<std::string> &names) {
     scenes_known_ = true;
+    queue_save();
     if (follow_rename(names)) {
         return;
     }

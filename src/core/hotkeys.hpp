@@ -22,7 +22,6 @@ class Hotkeys {
 public:
     // Registers all but the scenes', with their saved bindings.
     Hotkeys();
-    // Saves the bindings.
     ~Hotkeys();
     Hotkeys(const Hotkeys &) = delete;
     Hotkeys &operator=(const Hotkeys &) = delete;
@@ -30,6 +29,9 @@ public:
     // To be called after each change of the scene list. A scene that was renamed in its place keeps
     // its hotkey.
     void follow_scenes(const std::vector<std::string> &names);
+
+    // Saves the bindings. Changes save themselves, soon; to be called when the host exits.
+    void save() const;
 
     // The scene of a hotkey; empty for none.
     std::string scene_of(obs_hotkey_id id) const;
@@ -43,7 +45,7 @@ private:
     bool follow_rename(const std::vector<std::string> &names);
     SceneHotkey register_scene(const std::string &name) const;
     void load();
-    void save() const;
+    void queue_save();
     static void on_bindings_changed(void *hotkeys, calldata_t *);
 
     obs_hotkey_pair_id stream_;

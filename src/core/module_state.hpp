@@ -35,7 +35,7 @@ struct ModuleState {
 
     // Set while the module is loaded.
     UserInterface *ui = nullptr;
-    Hotkeys *hotkeys = nullptr;
+    Hotkeys *hotkeys = nullptr;              // to the host's exit event
     RemoteControl *remote_control = nullptr; // from the end of the host's loading to its exit event
 
     // Null when not open. The loaders, getters and setters take no lock: UI thread only.

@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 """The options of the Tools menu and the hotkeys, with the host's own program scene, transitions and keys."""
 
+import json
+
 from host_fixture import HostFixture, start, stop
 from livehost.actions import UserActions
 from livehost.folder import Source
@@ -46,8 +48,12 @@ def test_follows_the_program(setup: HostFixture) -> None:
 
 
 def test_hotkeys_work_the_vertical_stream(setup: HostFixture) -> None:
-    """A key that does nothing in the host, or hangs it: callbacks come on the host's own hotkey thread."""
+    """A key that does nothing in the host, or hangs it: callbacks come on the host's own hotkey thread. Or one that the
+    host's end makes forgotten."""
     setup.add_scenes({"Main": [colour("a")], "Other": [colour("b")]}, {"One": "Main", "Two": "Other"})
+    file, key = setup.module_config / "hotkeys.json", [{"key": "OBS_KEY_F7"}]
+    keys = {"CorvaneVertical.StopStream": key, "CorvaneVertical.NextScene": key, "scenes": {"One": key, "Two": []}}
+    file.write_text(json.dumps(keys))
     with setup.host() as host:
         user = UserActions(host)
 
@@ -65,3 +71,4 @@ def test_hotkeys_work_the_vertical_stream(setup: HostFixture) -> None:
         press("StartStream")
         user.reads("statusLabel", "Streaming")
         stop(host)
+    assert keys.items() <= json.loads(file.read_text()).items()

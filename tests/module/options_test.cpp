@@ -153,6 +153,7 @@ TEST_F(OptionsTest, hotkeys_follow_the_scenes) {
         EXPECT_EQ(bindings("Switch to vertical scene 'Z'"), 1);
         EXPECT_EQ(bindings("Stop vertical stream"), 1);
         EXPECT_EQ(bindings("Start vertical stream"), 0);
+        send(OBS_FRONTEND_EVENT_EXIT);
         unload();
         EXPECT_EQ(hotkey("Switch to vertical scene 'Z'"), OBS_INVALID_HOTKEY_ID);
         delete window.findChild<QWidget *>("corvane-vertical-canvas");
