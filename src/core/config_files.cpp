@@ -83,22 +83,6 @@ bool move_aside(const std::string &path) {
     return true;
 }
 
-// Whether the disk has room for a new copy of the file. The config library does not notice when the
-// last bytes of the new file are refused, and would replace the old one by a truncated one.
-bool has_room_for(const std::string &path) {
-    constexpr size_t kGrowth = 64 << 10; // upper bound for one save
-    const fs::path file = fs_path(path);
-    const fs::path trial = fs_path(path + ".room");
-    std::error_code error;
-    const uintmax_t present = fs::file_size(file, error);
-    std::ofstream stream(trial, std::ios::binary);
-    stream << std::string((error ? 0 : present) + kGrowth, '\n') << std::flush;
-    const bool fits = stream.good();
-    stream.close();
-    fs::remove(trial, error);
-    return fits;
-}
-
 // Opens the file, creating it if missing. A damaged file is moved aside with a warning. Anything
 // else that must not be opened stays as it is, with a warning and false.
 bool open_config(config_t *&config, const std::string &path) {
@@ -178,6 +162,20 @@ void save_profile_file() {
 void close_config_files() {
     close_config(module_state.global_config);
     close_config(module_state.profile_config);
+}
+
+bool has_room_for(const std::string &path) {
+    constexpr size_t kGrowth = 64 << 10; // upper bound for one save
+    const fs::path file = fs_path(path);
+    const fs::path trial = fs_path(path + ".room");
+    std::error_code error;
+    const uintmax_t present = fs::file_size(file, error);
+    std::ofstream stream(trial, std::ios::binary);
+    stream << std::string((error ? 0 : present) + kGrowth, '\n') << std::flush;
+    const bool fits = stream.good();
+    stream.close();
+    fs::remove(trial, error);
+    return fits;
 }
 
 std::string profile_config_path() {

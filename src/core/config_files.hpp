@@ -20,6 +20,10 @@ void save_profile_file();
 
 void close_config_files();
 
+// Whether the disk has room for a new copy of the file. The host's libraries do not notice when the
+// last bytes of a new file are refused, and would replace the old one by a truncated one.
+bool has_room_for(const std::string &path);
+
 // The full path of the profile's file, empty without a profile folder.
 std::string profile_config_path();
 

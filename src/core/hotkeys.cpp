@@ -3,6 +3,7 @@
 
 #include "base/log.hpp"
 #include "canvas/vertical_canvas.hpp"
+#include "core/config_files.hpp"
 #include "core/module_state.hpp"
 #include "core/user_interface.hpp"
 #include "mux/output_type.hpp"
@@ -181,7 +182,8 @@ void Hotkeys::save() const {
         save_bindings(hotkey.id, scenes, hotkey.scene.c_str());
     }
     obs_data_set_obj(bindings, kScenes, scenes);
-    if (!obs_data_save_json_safe(bindings, file_path().c_str(), "tmp", "bak")) {
+    const std::string path = file_path();
+    if (!has_room_for(path) || !obs_data_save_json_safe(bindings, path.c_str(), "tmp", "bak")) {
         log_warning("Failed to save hotkeys");
     }
 }

@@ -115,15 +115,19 @@ TEST_F(SettingsFilesTest, survive_a_full_disk) {
     ASSERT_TRUE(load());
     unload();
     const Lines saved = read_lines(profile_file("P"));
+    const auto keys = global_file.parent_path() / "hotkeys.json";
+    write_file(keys, "{}");
     ASSERT_TRUE(load());
     signal(SIGXFSZ, SIG_IGN);
     rlimit usual{};
     getrlimit(RLIMIT_FSIZE, &usual);
     const rlimit full{.rlim_cur = 0, .rlim_max = usual.rlim_max};
     setrlimit(RLIMIT_FSIZE, &full);
+    send(OBS_FRONTEND_EVENT_EXIT);
     unload();
     setrlimit(RLIMIT_FSIZE, &usual);
     EXPECT_EQ(read_lines(profile_file("P")), saved);
+    EXPECT_EQ(read_text(keys), "{}");
     EXPECT_THAT(log.take(),
         IsSupersetOf({"W Failed to save global config", "W Failed to save profile config"}));
 }
