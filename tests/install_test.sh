@@ -38,6 +38,7 @@ use_packages() {
   before=$(system_files)
   dpkg -i dist/*.deb
   stream_with system
+  stream_with dist/*.tar.gz # beside it
   dpkg -P corvane-vertical-canvas
   diff <(echo "$before") <(system_files)
   stream_with dist/*.tar.gz

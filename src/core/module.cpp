@@ -37,6 +37,22 @@ void log_settings() {
     log_rule();
 }
 
+// Two copies may be installed, for the user and for all. Both would stream, and each would
+// overwrite what the other saves.
+bool loaded_elsewhere() {
+    bool found = false;
+    const auto look = [](void *data, obs_module_t *other) {
+        const std::string name = obs_get_module_file_name(other);
+        if (other != module_state.module && name == obs_get_module_file_name(module_state.module)) {
+            log_error("Already loaded from %s — uninstall one of the two",
+                obs_get_module_binary_path(other));
+            *static_cast<bool *>(data) = true;
+        }
+    };
+    obs_enum_modules(look, &found);
+    return found;
+}
+
 } // namespace
 
 // On false the host refuses the module; the output types then stay registered and the config files
@@ -45,6 +61,9 @@ bool obs_module_load() {
     log_rule();
     log_info("Loading version %s", CVC_VERSION);
     log_rule();
+    if (loaded_elsewhere()) {
+        return false;
+    }
 
     register_mux_output_types();
     log_info("Registered output type: %s", kMuxOutputId);
