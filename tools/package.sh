@@ -6,7 +6,12 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 out=$1
 
-from_last_commit() { git -c safe.directory='*' log -1 --format="$1"; }
+from_last_commit() {
+  git -c safe.directory='*' log -1 --format="$1" 2>/dev/null || {
+    echo "No git clone: SOURCE_DATE_EPOCH, DEBFULLNAME and DEBEMAIL must be set" >&2
+    return 1
+  }
+}
 SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(from_last_commit %ct)}
 DEBFULLNAME=${DEBFULLNAME:-$(from_last_commit %an)}
 DEBEMAIL=${DEBEMAIL:-$(from_last_commit %ae)}
