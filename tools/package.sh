@@ -36,6 +36,7 @@ tar -C build/package/user --sort=name --mtime="@$SOURCE_DATE_EPOCH" --owner=0 --
   -c corvane-vertical-canvas | gzip -9n >"$out/corvane-vertical-canvas-$version-linux-$(uname -m).tar.gz"
 
 cd "$out"
-sha256sum -- * | tee SHA256SUMS
+sums=$(sha256sum -- *) # which must not list the file that is being written
+echo "$sums" | tee SHA256SUMS
 lintian --fail-on error,warning --tag-display-limit 0 -- *.deb
 appstreamcli validate --no-net --override=url-homepage-missing=info "$OLDPWD"/build/package/tools/package/*.metainfo.xml
