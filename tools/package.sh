@@ -6,6 +6,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 out=$1
 
+umask 022 # which the folders in the packages have
+
 from_last_commit() {
   git -c safe.directory='*' log -1 --format="$1" 2>/dev/null || {
     echo "No git clone: SOURCE_DATE_EPOCH, DEBFULLNAME and DEBEMAIL must be set" >&2
