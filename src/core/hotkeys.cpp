@@ -129,11 +129,25 @@ void save_bindings(obs_hotkey_id id, obs_data_t *bindings, const char *name) {
     obs_data_set_array(bindings, name, keys);
 }
 
+// Not as pair 0, the first of all: a host without a virtual camera may unregister that one, as if
+// it were the camera's, with every switch of the profile.
+obs_hotkey_pair_id register_stream_pair() {
+    const auto add = [] {
+        return obs_hotkey_pair_register_frontend(kStart, "Start vertical stream", kStop,
+            "Stop vertical stream", on_start, on_stop, nullptr, nullptr);
+    };
+    const obs_hotkey_pair_id id = add();
+    if (id != 0) {
+        return id;
+    }
+    obs_hotkey_pair_unregister(id);
+    return add();
+}
+
 } // namespace
 
 Hotkeys::Hotkeys()
-    : stream_(obs_hotkey_pair_register_frontend(kStart, "Start vertical stream", kStop,
-          "Stop vertical stream", on_start, on_stop, nullptr, nullptr))
+    : stream_(register_stream_pair())
     , next_(obs_hotkey_register_frontend(kNext, "Next vertical scene", on_next, nullptr))
     , previous_(obs_hotkey_register_frontend(
           kPrevious, "Previous vertical scene", on_previous, nullptr)) {

@@ -48,9 +48,10 @@ def test_follows_the_program(setup: HostFixture) -> None:
 
 
 def test_hotkeys_work_the_vertical_stream(setup: HostFixture) -> None:
-    """A key that does nothing in the host, or hangs it: callbacks come on the host's own hotkey thread. Or one that the
-    host's end makes forgotten."""
+    """A key that does nothing in the host, or hangs it: callbacks come on the host's own hotkey thread. Or one that a
+    switch of the profile or the host's end makes forgotten."""
     setup.add_scenes({"Main": [colour("a")], "Other": [colour("b")]}, {"One": "Main", "Two": "Other"})
+    setup.add_profile("Q")
     file, key = setup.module_config / "hotkeys.json", [{"key": "OBS_KEY_F7"}]
     keys = {"CorvaneVertical.StopStream": key, "CorvaneVertical.NextScene": key, "scenes": {"One": key, "Two": []}}
     file.write_text(json.dumps(keys))
@@ -64,6 +65,7 @@ def test_hotkeys_work_the_vertical_stream(setup: HostFixture) -> None:
         user.lists(*TWO)
         press("Scene.One")
         user.lists(*ONE)
+        host.request("SetCurrentProfile", profileName="Q")
         start(host)
         press("StopStream")
         wait_until(lambda: not host.vertical_active(), 20, "stopped by its key")
