@@ -33,7 +33,8 @@ std::string text_field(obs_data_t *request, const char *name) {
     return text;
 }
 
-// As in the dock, blanks around the name of a new scene do not count.
+// As in the dock, blanks around the name of a new scene do not count, and it is one line: the host
+// writes the names of hotkeys into its profile's file as they are.
 std::string new_name_field(obs_data_t *request, const char *name) {
     const std::string text = text_field(request, name);
     const size_t begin = text.find_first_not_of(" \t\r\n");
@@ -43,7 +44,11 @@ std::string new_name_field(obs_data_t *request, const char *name) {
     if (text.size() > kLongestText) {
         throw RequestError(std::string("Too long: ") + name);
     }
-    return text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
+    const std::string trimmed = text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
+    if (trimmed.find_first_of("\r\n") != std::string::npos) {
+        throw RequestError(std::string("Not a single line: ") + name);
+    }
+    return trimmed;
 }
 
 std::string known_scene(const RequestContext &context) {
