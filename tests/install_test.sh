@@ -44,7 +44,8 @@ use_packages() {
   stream_with dist/*.tar.gz
 }
 
-sources() { (cd "$project_dir" && git ls-files -z --cached --others --exclude-standard | tar -c --null -T -); }
+# git lists deleted files, too.
+sources() { (cd "$project_dir" && git ls-files -z --cached --others --exclude-standard | tar -c --ignore-failed-read --null -T -); }
 
 # Called by mmdebstrap with its new root, as root.
 enter_root() {
