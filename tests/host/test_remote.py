@@ -71,6 +71,7 @@ def test_refuses_what_it_cannot_do(setup):
                 ("CreateScene", {"sceneName": " One "}, "There is a vertical scene of this name: One"),
                 ("CreateScene", {"sceneName": " "}, "Empty: sceneName"),
                 ("CreateScene", {"sceneName": "x" * 10_001}, "Too long: sceneName"),
+                ("CreateScene", {"sceneName": "a\n[b]"}, "Not a single line: sceneName"),
                 ("AssignScene", {"sceneName": "One", "obsSceneName": "?"}, "OBS has no such scene: ?"),
                 ("SetSettings", {"videoBitrate": 1}, "Value out of range: videoBitrate"),
                 ("SetSettings", {"canvasWidth": 217}, "Value out of range: canvasWidth"),
