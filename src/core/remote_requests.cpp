@@ -196,7 +196,8 @@ void write_status(const VerticalCanvas &canvas, const VerticalOutput &output, ob
     obs_data_set_bool(data, "active", state.active);
     obs_data_set_string(data, "phase", connection.phase_name());
     obs_data_set_int(data, "attempts", connection.failures);
-    obs_data_set_string(data, "reason", connection.reason.c_str());
+    const std::string &reason = state.active ? connection.reason : state.last_error;
+    obs_data_set_string(data, "reason", reason.c_str());
     obs_data_set_bool(data, "reconnectsAutomatically", output.resilient());
     obs_data_set_string(data, "encoder", state.encoder.c_str());
     obs_data_set_int(data, "secondsOnAir", state.on_air.count());

@@ -191,7 +191,8 @@ VerticalOutput::State VerticalOutput::state() const {
         connection = connection_state();
     }
     if (!output_active()) {
-        return {};
+        const char *error = output_ ? obs_output_get_last_error(output_) : nullptr;
+        return {.last_error = error ? error : ""};
     }
     const auto on_air = std::chrono::steady_clock::now() - started_at_;
     return {.active = true,

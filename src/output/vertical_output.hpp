@@ -48,9 +48,9 @@ public:
     // Stops and waits until the stream has released the host's video and audio.
     void stop_and_release();
 
-    // All but `active` only while active.
     struct State {
         bool active = false;
+        std::string last_error;  // of a stream that has ended; all else only while active
         std::string encoder;     // its id
         std::string destination; // without secrets
         std::chrono::seconds on_air{0};

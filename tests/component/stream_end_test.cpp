@@ -81,9 +81,9 @@ long resident_kb() {
 }
 
 #ifdef __SANITIZE_ADDRESS__ // keeps 256 MiB of what was freed
-constexpr long kMostGrowthKb = 300 * 1024;
+constexpr long kMostGrowthKb = 300'000;
 #else
-constexpr long kMostGrowthKb = 16 * 1024;
+constexpr long kMostGrowthKb = 16'000;
 #endif
 
 class LongStream : public MuxFixture, public testing::WithParamInterface<const char *> {};

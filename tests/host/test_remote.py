@@ -80,6 +80,11 @@ def test_refuses_what_it_cannot_do(setup):
                 ("SetSettings", {"videoBitrate": 700, "volume": 3}, "Unknown field: volume")):
             assert client.ask(request, **data) == {"error": error}
         assert client.ask("GetSettings")["videoBitrate"] == 600
+        client.ask("SetSettings", url=f"rtmp://{LOOPBACK}:{free_port()}/live")
+        client.ask("StartStream")
+        client.event("StreamStateChanged", phase="stopped")
+        assert client.ask("GetStatus")["reason"] == "Stream rejected — check server URL and stream key"
+        user.press("OK")
         host.request("SetCurrentProfile", profileName="R")
         user.box("Corvane Vertical Canvas")
         assert all(client.ask(request) == {"error": "There is no vertical canvas"} for request in REQUESTS)
