@@ -191,11 +191,15 @@ VerticalOutput::State VerticalOutput::state() const {
         connection = connection_state();
     }
     if (!output_active()) {
-        const char *error = output_ ? obs_output_get_last_error(output_) : nullptr;
-        return {.last_error = error ? error : ""};
+        State ended;
+        if (const char *error = output_ ? obs_output_get_last_error(output_) : nullptr) {
+            ended.last_error = error;
+        }
+        return ended;
     }
     const auto on_air = std::chrono::steady_clock::now() - started_at_;
     return {.active = true,
+        .last_error = {},
         .encoder = active_encoder_,
         .destination = destination_,
         .on_air = std::chrono::floor<std::chrono::seconds>(on_air),
