@@ -29,7 +29,9 @@ build_as_readme() {
   wait $host
 }
 
-system_files() { find / -xdev \( -path /src -o -path /tmp -o -path /proc -o -path /sys -o -path /var \) -prune -o -print | sort; }
+system_files() {
+  find / -xdev \( -path /src -o -path /tmp -o -path /proc -o -path /sys -o -path /var \) -prune -o -print | sort
+}
 stream_with() { CVC_MODULE=$1 PYTHONDONTWRITEBYTECODE=1 pytest-3 -vx -p no:cacheprovider tests/host/test_stream.py; }
 
 # In a root with the host, and the servers and the screen of the tests.
@@ -45,7 +47,9 @@ use_packages() {
 }
 
 # git lists deleted files, too.
-sources() { (cd "$project_dir" && git ls-files -z --cached --others --exclude-standard | tar -c --ignore-failed-read --null -T -); }
+sources() {
+  (cd "$project_dir" && git ls-files -z --cached --others --exclude-standard | tar -c --ignore-failed-read --null -T -)
+}
 
 # Called by mmdebstrap with its new root, as root.
 enter_root() {
@@ -81,13 +85,17 @@ case ${1:-} in
     say "Building them again elsewhere"
     enter "$again/tools/package.sh" "$again/dist"
     diff "$2/SHA256SUMS" "$again/dist/SHA256SUMS"
-    in_root obs-studio,libqt6test6,xvfb,xauth,openbox,xdotool,imagemagick,libgl1-mesa-dri,fonts-dejavu-core,nginx-light,libnginx-mod-rtmp,srt-tools,ffmpeg,iproute2,procps,python3-pytest,python3-numpy,python3-pil \
-      use_packages "$2"
+    packages=(
+      obs-studio libqt6test6 xvfb xauth openbox xdotool imagemagick libgl1-mesa-dri fonts-dejavu-core
+      nginx-light libnginx-mod-rtmp srt-tools ffmpeg iproute2 procps python3-pytest python3-numpy python3-pil
+    )
+    in_root "$(tr ' ' , <<<"${packages[*]}")" use_packages "$2"
     say "Built the same twice; both streamed beside nothing but the host, and left nothing"
     ;;
   *)
     . "$project_dir/tools/environment.sh"
-    in_root "$(sed -n '/^    sudo apt install/,/[^\\]$/{s/sudo apt install//;s/\\$//;p}' "$project_dir/README.md" | xargs | tr ' ' ,),xvfb" build_as_readme
+    packages=$(sed -n '/^    sudo apt install/,/[^\\]$/{s/sudo apt install//;s/\\$//;p}' "$project_dir/README.md" | xargs | tr ' ' ,)
+    in_root "$packages,xvfb" build_as_readme
     say "Installed, and the host loads it"
     ;;
 esac
